@@ -1,0 +1,24 @@
+#include "ZnUtil/ZnAssertionFailure.h"
+
+#include "tavoris/Assertion.h"
+
+ZnAssertionFailure::ZnAssertionFailure(const char* message, const char* file, unsigned int line,
+                                       const char* compiled)
+    : ZnException(message), m_file(file), m_line(line), m_compiled(compiled)
+{
+}
+
+ZnAssertionFailure::~ZnAssertionFailure() = default;
+
+void ZnAssertionFailure::sThrow(const char* message, const char* file, unsigned int line,
+                                const char* compiled)
+{
+    Tavoris::Assertion(false, message, file, static_cast<int>(line));
+    // The service may return; the failure is thrown all the same.
+    ZnException::sThrow(new ZnAssertionFailure(message, file, line, compiled));
+}
+
+void ZnAssertionFailure::display(ZnOutputStream&) const
+{
+    // TODO(#3): the printed form comes with the output stream.
+}

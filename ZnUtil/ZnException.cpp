@@ -1,0 +1,31 @@
+#include "ZnUtil/ZnException.h"
+
+const char* const ZnException::sDebugToken = "ZnException";
+const char* const ZnException::sUnhandledMessage =
+    "\n\n!!! Unhandled Exception Intercepted !!!\n\n";
+
+ZnException::ZnException() = default;
+
+ZnException::ZnException(const char* message) : m_message(message) {}
+
+ZnException::~ZnException() = default;
+
+const char* ZnException::getExceptionMessage() const
+{
+    return m_message;
+}
+
+void ZnException::sThrow(ZnException* e)
+{
+    throw ZnHandle<ZnException>(e);
+}
+
+void ZnException::sThrow(const char* message)
+{
+    sThrow(new ZnException(message != nullptr ? message : "Unknown Exception"));
+}
+
+void ZnException::display(ZnOutputStream&) const
+{
+    // TODO(#3): the printed form comes with the output stream.
+}

@@ -1,0 +1,3 @@
+#include "ZnUtil/ZnSerializable.h"
+
+ZnSerializable::~ZnSerializable() = default;

@@ -1,0 +1,138 @@
+// The value-like string of the library: one counted handle on a ZnStringBuffer.
+#ifndef ZNUTIL_ZNSTRING_H
+#define ZNUTIL_ZNSTRING_H
+
+#include "ZnUtil/ZnHandle.h"
+#include "ZnUtil/ZnStringBuffer.h"
+
+#include <iosfwd>
+
+/// A copy-on-write string. A copy costs one atomic increment; a change copies the characters
+/// only when another string shares them. A nil string (no buffer) and an empty one are both
+/// valid and mostly alike: length() is 0 and empty() true for both.
+/// Thread safety: as ZnHandle; separate strings sharing one buffer may be used from separate
+/// threads.
+class ZnString
+{
+public:
+    /// A nil string.
+    ZnString() noexcept {}
+    /// A copy of \p text; a null or empty text gives a nil string.
+    ZnString(const char* text) : m_buffer(ZnStringBuffer::sCreate(text, 0, 0)) {}
+    /// A copy of \p length bytes of \p text (0 means strlen).
+    ZnString(const char* text, unsigned int length)
+        : m_buffer(ZnStringBuffer::sCreate(text, length, 0))
+    {
+    }
+    /// Shares \p buffer, which may be null.
+    ZnString(ZnStringBuffer* buffer) : m_buffer(buffer) {}
+    /// Shares the buffer of \p buffer.
+    ZnString(const ZnHandle<ZnStringBuffer>& buffer) : m_buffer(buffer) {}
+
+    ZnString(const ZnString&) = default;
+    ZnString(ZnString&&) noexcept = default;
+    ZnString& operator=(const ZnString&) = default;
+    ZnString& operator=(ZnString&&) noexcept = default;
+
+    /// Replaces the characters with \p text, in place when nobody else sees them.
+    ZnString& operator=(const char* text)
+    {
+        m_buffer = buffer()->assign(text);
+        return *this;
+    }
+
+    /// The buffer, or null for a nil string; it stays owned by the string.
+    ZnStringBuffer* buffer() const { return m_buffer; }
+    /// The handle on the buffer.
+    const ZnHandle<ZnStringBuffer>& getHandle() const { return m_buffer; }
+
+    /// The characters, or null for a nil string.
+    operator const char*() const { return buffer()->c_str(); }
+    /// The characters, or "" for a nil string.
+    const char* c_str() const
+    {
+        const char* text = buffer()->c_str();
+        return text != nullptr ? text : "";
+    }
+    bool isNil() const { return m_buffer.isNil(); }
+    unsigned int length() const { return buffer()->length(); }
+    bool empty() const { return buffer()->empty(); }
+
+    ZnString& assign(const char* text) { return *this = text; }
+    ZnString& append(const char* text, unsigned int length = 0)
+    {
+        m_buffer = buffer()->append(text, length);
+        return *this;
+    }
+    ZnString& append(const ZnString& other)
+    {
+        m_buffer = buffer()->append(other.buffer());
+        return *this;
+    }
+    ZnString& operator+=(const char* text) { return append(text); }
+    ZnString& operator+=(const ZnString& other) { return append(other); }
+    ZnString& trim()
+    {
+        m_buffer = buffer()->trim();
+        return *this;
+    }
+    ZnString& toUpper()
+    {
+        m_buffer = buffer()->toUpper();
+        return *this;
+    }
+    ZnString& toLower()
+    {
+        m_buffer = buffer()->toLower();
+        return *this;
+    }
+
+    ZnString substr(unsigned int pos, unsigned int length = 0) const
+    {
+        return ZnString(buffer()->substr(pos, length));
+    }
+    int indexOf(const char* needle, int from = 0) const { return buffer()->indexOf(needle, from); }
+    int compareWith(const char* text) const { return buffer()->compareWith(text); }
+    int compareWith(const ZnString& other) const { return buffer()->compareWith(other.c_str()); }
+    int compareNoCase(const char* text) const { return buffer()->compareNoCase(text); }
+    int compareNoCase(const ZnString& other) const
+    {
+        return buffer()->compareNoCase(other.buffer());
+    }
+    /// The buffer's hash; 0 for a nil string.
+    unsigned int hashCode() const
+    {
+        const ZnStringBuffer* b = buffer();
+        return b != nullptr ? b->hashCode() : 0;
+    }
+
+private:
+    ZnHandle<ZnStringBuffer> m_buffer;
+};
+
+/// Equality of characters; nil equals empty.
+inline bool operator==(const ZnString& a, const ZnString& b)
+{
+    return a.compareWith(b) == 0;
+}
+inline bool operator!=(const ZnString& a, const ZnString& b)
+{
+    return !(a == b);
+}
+inline bool operator==(const ZnString& a, const char* b)
+{
+    return a.compareWith(b != nullptr ? b : "") == 0;
+}
+inline bool operator!=(const ZnString& a, const char* b)
+{
+    return !(a == b);
+}
+inline bool operator<(const ZnString& a, const ZnString& b)
+{
+    return a.compareWith(b) < 0;
+}
+
+/// Writes the characters; a nil string writes nothing.
+std::ostream& operator<<(std::ostream& out, const ZnString& text);
+
+#endif // ZNUTIL_ZNSTRING_H
