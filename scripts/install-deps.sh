@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-    build-essential cmake pkg-config clang
+    build-essential cmake ninja-build pkg-config clang
     libace-dev liblog4cplus-dev libssl-dev openssl
     libgtest-dev libgmock-dev libbenchmark-dev
 )
