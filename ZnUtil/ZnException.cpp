@@ -12,7 +12,9 @@ ZnException::~ZnException() = default;
 
 const char* ZnException::getExceptionMessage() const
 {
-    return m_message;
+    // A nil message answers null here, without a call on a null string buffer: a sanitizer
+    // build's dynamic type check of that call would read through the null pointer.
+    return m_message.isNil() ? nullptr : m_message.buffer()->c_str();
 }
 
 void ZnException::sThrow(ZnException* e)

@@ -15,6 +15,33 @@ namespace
 
 const char* const kSource = "ZnObject";
 
+/// Where the bare class name begins in a demangled name: after the last "::" that is not inside
+/// template arguments or parentheses, so namespaces and enclosing classes go and the arguments
+/// of a template stay whole ("Box<Shapes::Circle>", not "Circle>").
+size_t bareNameStart(const std::string& name)
+{
+    size_t start = 0;
+    int depth = 0;
+    for (size_t i = 0; i < name.size(); ++i)
+    {
+        const char c = name[i];
+        if (c == '<' || c == '(')
+        {
+            ++depth;
+        }
+        else if ((c == '>' || c == ')') && depth > 0)
+        {
+            --depth;
+        }
+        else if (depth == 0 && c == ':' && i + 1 < name.size() && name[i + 1] == ':')
+        {
+            start = i + 2;
+            ++i;
+        }
+    }
+    return start;
+}
+
 /// The bare names of the run-time classes seen so far. Entries are never removed, so the
 /// texts handed out stay valid.
 class ClassNames
@@ -29,12 +56,7 @@ public:
             return found->second.c_str();
         }
         std::string name = Tavoris::DynCastAssertNoT::demangle(type);
-        // Keep the bare class name: namespaces and enclosing classes go.
-        const size_t colon = name.rfind("::");
-        if (colon != std::string::npos)
-        {
-            name.erase(0, colon + 2);
-        }
+        name.erase(0, bareNameStart(name));
         return m_names.emplace(std::type_index(type), std::move(name)).first->second.c_str();
     }
 

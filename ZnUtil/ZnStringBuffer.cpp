@@ -22,6 +22,12 @@ bool isWhite(char c)
     return c == 9 || c == 10 || c == 13 || c == 32;
 }
 
+/// A character taken as a signed byte, widened to 32 bits: bytes above 127 subtract.
+unsigned int signedByte(char c)
+{
+    return static_cast<unsigned int>(static_cast<int>(static_cast<signed char>(c)));
+}
+
 char toLowerAscii(char c)
 {
     return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
@@ -30,6 +36,28 @@ char toLowerAscii(char c)
 char toUpperAscii(char c)
 {
     return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+/// compareNoCase on the characters of a receiver, null for a null receiver.
+int compareNoCaseTexts(const char* data, const char* text)
+{
+    if (data == nullptr)
+    {
+        return (text == nullptr || *text == '\0') ? 0 : -1;
+    }
+    if (text == nullptr)
+    {
+        return static_cast<signed char>(data[0]);
+    }
+    const char* a = data;
+    const char* b = text;
+    while (*a != '\0' && *b != '\0' && toLowerAscii(*a) == toLowerAscii(*b))
+    {
+        ++a;
+        ++b;
+    }
+    return static_cast<int>(static_cast<unsigned char>(toLowerAscii(*a))) -
+           static_cast<int>(static_cast<unsigned char>(toLowerAscii(*b)));
 }
 
 /// length + 1, refusing a length whose terminator would not fit in 32 bits.
@@ -139,8 +167,9 @@ void ZnStringBuffer::releaseBuffer(unsigned int newLength)
     {
         // Bounded by the capacity: a buffer filled to the brim without terminator stops there.
         const void* end = memchr(m_pData, '\0', m_capacity);
-        newLength = end != nullptr ? static_cast<unsigned int>(static_cast<const char*>(end) - m_pData)
-                                   : m_capacity;
+        newLength = end != nullptr
+                        ? static_cast<unsigned int>(static_cast<const char*>(end) - m_pData)
+                        : m_capacity;
     }
     if (m_capacity <= newLength)
     {
@@ -339,44 +368,21 @@ int ZnStringBuffer::compareWith(const char* text) const
     {
         return static_cast<signed char>(m_pData[0]);
     }
-    const unsigned char* a = reinterpret_cast<const unsigned char*>(m_pData);
-    const unsigned char* b = reinterpret_cast<const unsigned char*>(text);
-    while (*a != 0 && *a == *b)
-    {
-        ++a;
-        ++b;
-    }
-    if (*a == *b)
-    {
-        return 0;
-    }
-    return *a < *b ? -1 : 1;
+    // strcmp compares the bytes as unsigned characters; only its sign is kept.
+    const int order = strcmp(m_pData, text);
+    return order < 0 ? -1 : (order > 0 ? 1 : 0);
 }
 
 int ZnStringBuffer::compareNoCase(const char* text) const
 {
-    if (sIsNullReceiver(this))
-    {
-        return (text == nullptr || *text == '\0') ? 0 : -1;
-    }
-    if (text == nullptr)
-    {
-        return static_cast<signed char>(m_pData[0]);
-    }
-    const char* a = m_pData;
-    const char* b = text;
-    while (*a != '\0' && *b != '\0' && toLowerAscii(*a) == toLowerAscii(*b))
-    {
-        ++a;
-        ++b;
-    }
-    return static_cast<int>(static_cast<unsigned char>(toLowerAscii(*a))) -
-           static_cast<int>(static_cast<unsigned char>(toLowerAscii(*b)));
+    return compareNoCaseTexts(sIsNullReceiver(this) ? nullptr : m_pData, text);
 }
 
 int ZnStringBuffer::compareNoCase(const ZnStringBuffer* other) const
 {
-    return compareNoCase(sIsNullReceiver(other) ? nullptr : other->m_pData);
+    // Not forwarded through this: a null receiver must not be the object of a member call.
+    return compareNoCaseTexts(sIsNullReceiver(this) ? nullptr : m_pData,
+                              sIsNullReceiver(other) ? nullptr : other->m_pData);
 }
 
 int ZnStringBuffer::compareWith(const ZnObject* other) const
@@ -402,10 +408,20 @@ unsigned int ZnStringBuffer::hashCode() const
     }
     // Computed aside and stored once, so that two threads hashing a shared string at the same
     // time both store the right value. A hash of 0 is not cached: it is computed again.
+    // h = h * 5 + c, four characters at a step: h * 625 + c0 * 125 + c1 * 25 + c2 * 5 + c3 is the
+    // same value with a shorter chain of dependent multiplications.
+    const size_t count = strlen(m_pData);
+    const char* p = m_pData;
     unsigned int hash = 0;
-    for (const char* p = m_pData; *p != '\0'; ++p)
+    size_t i = 0;
+    for (; i + 4 <= count; i += 4)
     {
-        hash = hash * 5 + static_cast<unsigned int>(static_cast<int>(static_cast<signed char>(*p)));
+        hash = hash * 625u + signedByte(p[i]) * 125u + signedByte(p[i + 1]) * 25u +
+               signedByte(p[i + 2]) * 5u + signedByte(p[i + 3]);
+    }
+    for (; i < count; ++i)
+    {
+        hash = hash * 5u + signedByte(p[i]);
     }
     m_hash.store(hash, std::memory_order_relaxed);
     return hash;

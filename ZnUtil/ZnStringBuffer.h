@@ -21,7 +21,7 @@ class ZnStringBuffer : public ZnObject
 public:
     /// Makes a buffer.
     /// \param text characters to copy, or null for a buffer to fill.
-    /// \param length characters of \p text to take; 0 means strlen(text). A given length is trusted.
+    /// \param length characters of \p text to take, trusted as given; 0 means strlen(text).
     /// \param capacity room to reserve including the terminator; at least length + 1 is taken.
     /// \return a new buffer with count 0, or null when \p text is null or empty and \p capacity 0.
     static ZnStringBuffer* sCreate(const char* text, unsigned int length = 0,
@@ -33,7 +33,8 @@ public:
     /// The characters; null for a null receiver.
     operator const char*() const;
     /// The characters; null for a null receiver.
-    const char* c_str() const { return this->operator const char*(); }
+    // Tested here rather than forwarded: no member is called through a null receiver.
+    const char* c_str() const { return sIsNullReceiver(this) ? nullptr : m_pData; }
     /// The number of characters; 0 for a null receiver.
     unsigned int length() const;
     /// True for a null receiver or a length of 0.

@@ -43,9 +43,8 @@ std::string ZnSystemError::sGetSystemText(int errNo)
 {
     const int systemNumber = ZnSocketError::sToErrno(errNo);
     char buffer[256] = {};
-    const char* text = errorText(strerror_r(systemNumber != 0 ? systemNumber : errNo, buffer,
-                                            sizeof buffer),
-                                 "", buffer);
+    const char* text = errorText(
+        strerror_r(systemNumber != 0 ? systemNumber : errNo, buffer, sizeof buffer), "", buffer);
     return text != nullptr ? std::string(text) : std::string();
 }
 

@@ -7,7 +7,8 @@
 namespace Tavoris
 {
 
-AceCleanupLogger::AceCleanupLogger(const char* name) : Logger(std::string(name != nullptr ? name : ""))
+AceCleanupLogger::AceCleanupLogger(const char* name)
+    : Logger(std::string(name != nullptr ? name : ""))
 {
     // If the object manager is already shutting down the logger is simply never freed: it must
     // outlive every log site that may still run.

@@ -28,8 +28,7 @@ CachedLLLogger& CachedLLLogger::operator=(const CachedLLLogger& other)
 
 CachedLLLogger::~CachedLLLogger() = default;
 
-void CachedLLLogger::log(LogLevel level, const std::string& text, const char* file,
-                         int line) const
+void CachedLLLogger::log(LogLevel level, const std::string& text, const char* file, int line) const
 {
     LogLevel cached = m_cachedLevel.load(std::memory_order_relaxed);
     if (cached == NOT_SET_LOG_LEVEL)

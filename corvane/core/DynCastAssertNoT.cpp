@@ -1,10 +1,10 @@
 #include "tavoris/DynCastAssert.h"
-
 #include "tavoris/LogSite.h"
 
 #include <cstdlib>
-#include <cxxabi.h>
 #include <memory>
+
+#include <cxxabi.h>
 
 namespace Tavoris
 {
@@ -16,8 +16,8 @@ const Logger& DynCastAssertNoT::getLogger()
     return dynCastLogger();
 }
 
-void DynCastAssertNoT::typeIdError(const char* actualType, const char* expression,
-                                   const char* file, int line, const Logger& logger)
+void DynCastAssertNoT::typeIdError(const char* actualType, const char* expression, const char* file,
+                                   int line, const Logger& logger)
 {
     if (logger.isLogEnabled(ERROR_LOG_LEVEL))
     {

@@ -15,16 +15,17 @@ class LoggerIdentity : public log4cplus::Logger
 {
 public:
     explicit LoggerIdentity(const log4cplus::Logger& logger) : log4cplus::Logger(logger) {}
-    bool isRoot() const { return dynamic_cast<const log4cplus::spi::RootLogger*>(value) != nullptr; }
+    bool isRoot() const
+    {
+        return dynamic_cast<const log4cplus::spi::RootLogger*>(value) != nullptr;
+    }
 };
 
 } // namespace
 
 Logger::Logger() : log4cplus::Logger(log4cplus::Logger::getRoot()) {}
 
-Logger::Logger(const std::string& name) : log4cplus::Logger(log4cplus::Logger::getInstance(name))
-{
-}
+Logger::Logger(const std::string& name) : log4cplus::Logger(log4cplus::Logger::getInstance(name)) {}
 
 Logger::Logger(const log4cplus::Logger& other) : log4cplus::Logger(other) {}
 

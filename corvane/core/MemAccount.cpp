@@ -54,7 +54,8 @@ MemAccount& MemAccount::sGet(const char* name)
     ThreadCache& cache = t_cache;
     for (int i = 0; i < ThreadCache::kSize; ++i)
     {
-        if (cache.names[i] == name)
+        // The address alone is not enough: a caller's buffer may hold another name by now.
+        if (cache.names[i] == name && cache.accounts[i]->m_name == name)
         {
             return *cache.accounts[i];
         }

@@ -60,10 +60,9 @@ T* dynCastAssert(B* base, const char* expression, const char* callText, const ch
 
 /// Downcasts EXPRESSION to TYPE*, which must succeed; see Tavoris::dynCastAssert.
 #define TAVORIS_DYNCAST_ASSERT(TYPE, EXPRESSION)                                                   \
-    ::Tavoris::dynCastAssert<TYPE>((EXPRESSION), #EXPRESSION,                                      \
-                                   "TAVORIS_DYNCAST_ASSERT(" #TYPE ", " #EXPRESSION ")",           \
-                                   TAVORIS_SOURCE_NAME, __LINE__,                                  \
-                                   ::Tavoris::DynCastAssertNoT::getLogger())
+    ::Tavoris::dynCastAssert<TYPE>(                                                                \
+        (EXPRESSION), #EXPRESSION, "TAVORIS_DYNCAST_ASSERT(" #TYPE ", " #EXPRESSION ")",           \
+        TAVORIS_SOURCE_NAME, __LINE__, ::Tavoris::DynCastAssertNoT::getLogger())
 
 /// The same on the caller's own LOGGER.
 #define TAVORIS_DYNCAST_ASSERT_LOGGER(TYPE, EXPRESSION, LOGGER)                                    \

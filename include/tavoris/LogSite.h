@@ -76,10 +76,15 @@ inline const Logger& getStaticLogger(std::atomic<AceCleanupLogger*>& cell, const
         }                                                                                          \
     } while (false)
 
-#define TAVORIS_LOG_TRACE(LOGGER, STREAM_EXPR) TAVORIS_LOG(LOGGER, ::Tavoris::TRACE_LOG_LEVEL, STREAM_EXPR)
-#define TAVORIS_LOG_DEBUG(LOGGER, STREAM_EXPR) TAVORIS_LOG(LOGGER, ::Tavoris::DEBUG_LOG_LEVEL, STREAM_EXPR)
-#define TAVORIS_LOG_INFO(LOGGER, STREAM_EXPR) TAVORIS_LOG(LOGGER, ::Tavoris::INFO_LOG_LEVEL, STREAM_EXPR)
-#define TAVORIS_LOG_WARN(LOGGER, STREAM_EXPR) TAVORIS_LOG(LOGGER, ::Tavoris::WARN_LOG_LEVEL, STREAM_EXPR)
-#define TAVORIS_LOG_ERROR(LOGGER, STREAM_EXPR) TAVORIS_LOG(LOGGER, ::Tavoris::ERROR_LOG_LEVEL, STREAM_EXPR)
+#define TAVORIS_LOG_TRACE(LOGGER, STREAM_EXPR)                                                     \
+    TAVORIS_LOG(LOGGER, ::Tavoris::TRACE_LOG_LEVEL, STREAM_EXPR)
+#define TAVORIS_LOG_DEBUG(LOGGER, STREAM_EXPR)                                                     \
+    TAVORIS_LOG(LOGGER, ::Tavoris::DEBUG_LOG_LEVEL, STREAM_EXPR)
+#define TAVORIS_LOG_INFO(LOGGER, STREAM_EXPR)                                                      \
+    TAVORIS_LOG(LOGGER, ::Tavoris::INFO_LOG_LEVEL, STREAM_EXPR)
+#define TAVORIS_LOG_WARN(LOGGER, STREAM_EXPR)                                                      \
+    TAVORIS_LOG(LOGGER, ::Tavoris::WARN_LOG_LEVEL, STREAM_EXPR)
+#define TAVORIS_LOG_ERROR(LOGGER, STREAM_EXPR)                                                     \
+    TAVORIS_LOG(LOGGER, ::Tavoris::ERROR_LOG_LEVEL, STREAM_EXPR)
 
 #endif // TAVORIS_LOGSITE_H

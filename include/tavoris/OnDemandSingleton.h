@@ -63,6 +63,11 @@ private:
     static ACE_TSS<Slot>& cell()
     {
         static ACE_TSS<Slot> s_cell;
+        // ACE_TSS makes its key on the first store, under an unlocked flag; a first store of
+        // nothing here, inside the guarded initialisation of a static, orders the making of
+        // the key before every other use.
+        static const bool s_keyMade = (s_cell.ts_object(nullptr), true);
+        (void)s_keyMade;
         return s_cell;
     }
 
@@ -77,8 +82,8 @@ private:
             if (pFound == nullptr)
             {
                 T* pNewObj = OnDemandSingletonTraits<T>::create();
-                pFound = static_cast<T*>(registry.registerSingleton(
-                    key, pNewObj, &OnDemandSingletonTraits<T>::destroy));
+                pFound = static_cast<T*>(
+                    registry.registerSingleton(key, pNewObj, &OnDemandSingletonTraits<T>::destroy));
                 if (pFound != pNewObj)
                 {
                     Assertion(false, "pFound == pNewObj", OnDemandSingletonNoT::sGetLogger(),
@@ -90,8 +95,8 @@ private:
         }
         if (pFound == nullptr)
         {
-            Assertion(false, "pFound != 0", OnDemandSingletonNoT::sGetLogger(),
-                      "OnDemandSingleton", 97);
+            Assertion(false, "pFound != 0", OnDemandSingletonNoT::sGetLogger(), "OnDemandSingleton",
+                      97);
         }
         Slot* slot = new Slot;
         slot->pointer = pFound;

@@ -47,9 +47,11 @@ struct SourceName
 
 /// The short source name of the file in which the macro is expanded, as a static text.
 #define TAVORIS_SOURCE_NAME                                                                        \
-    ([]() -> const char* {                                                                         \
-        static constexpr ::Tavoris::SourceName<sizeof(__FILE__)> s_sourceName(__FILE__);          \
-        return s_sourceName.text;                                                                  \
-    }())
+    (                                                                                              \
+        []() -> const char*                                                                        \
+        {                                                                                          \
+            static constexpr ::Tavoris::SourceName<sizeof(__FILE__)> s_sourceName(__FILE__);       \
+            return s_sourceName.text;                                                              \
+        }())
 
 #endif // TAVORIS_SOURCENAME_H
