@@ -334,4 +334,32 @@ TEST(MemAccountTest, NullNameCountsOnTheUnnamedAccount)
     EXPECT_EQ(before.liveBytes, MemAccount::sRead(nullptr).liveBytes);
 }
 
+TEST(MemAccountTest, CountsOfEndedThreadsStayWithTheAccount)
+{
+    const char* const account = "MemAccountTest.EndedThreads";
+    const int kThreads = 64;
+    std::vector<void*> blocks(kThreads, nullptr);
+    // One thread after the other: each takes over the counters the one before it left.
+    for (int i = 0; i < kThreads; ++i)
+    {
+        std::thread worker([&blocks, i, account] {
+            blocks[i] = Tavoris::DefaultStaticMemAllocator::allocate(10 + i, account);
+        });
+        worker.join();
+    }
+    Tavoris::MemAccount::Reading reading = Tavoris::MemAccount::sRead(account);
+    EXPECT_EQ(kThreads, reading.liveBlocks);
+    EXPECT_EQ(static_cast<uint64_t>(kThreads), reading.totalBlocks);
+    EXPECT_EQ(kThreads * 10 + kThreads * (kThreads - 1) / 2, reading.liveBytes);
+
+    for (int i = 0; i < kThreads; ++i)
+    {
+        Tavoris::DefaultStaticMemAllocator::deallocate(blocks[i], 10 + i, account);
+    }
+    reading = Tavoris::MemAccount::sRead(account);
+    EXPECT_EQ(0, reading.liveBlocks);
+    EXPECT_EQ(0, reading.liveBytes);
+    EXPECT_EQ(static_cast<uint64_t>(kThreads), reading.totalBlocks);
+}
+
 } // namespace

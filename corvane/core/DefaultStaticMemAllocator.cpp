@@ -10,7 +10,7 @@ namespace Tavoris
 void* DefaultStaticMemAllocator::allocate(size_t size, const char* account)
 {
     void* p = ::operator new(size != 0 ? size : 1);
-    MemAccount::sGet(account).added(size);
+    MemAccount::sAdded(account, size);
     return p;
 }
 
@@ -20,7 +20,7 @@ void DefaultStaticMemAllocator::deallocate(void* p, size_t size, const char* acc
     {
         return;
     }
-    MemAccount::sGet(account).removed(size);
+    MemAccount::sRemoved(account, size);
     ::operator delete(p);
 }
 

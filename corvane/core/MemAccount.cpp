@@ -3,6 +3,8 @@
 #include <cstring>
 #include <mutex>
 
+#include <pthread.h>
+
 namespace Tavoris
 {
 
@@ -25,64 +27,254 @@ AccountTable& table()
     return *s_table;
 }
 
-/// A few recently used accounts of this thread, found by the address of the name text.
-/// Account names are literals, so the same pointer comes back again and again and the table
-/// lock is taken once per thread and name.
+/// What one thread knows of the accounts: every shard it holds, and the last few accounts it
+/// used, found by the address of the name text (account names are literals, so the same pointer
+/// comes back again and again). Plain data, so it stays usable however late in a thread's life.
 struct ThreadCache
 {
-    static const int kSize = 8;
-    const char* names[kSize] = {};
-    MemAccount* accounts[kSize] = {};
-    int next = 0;
+    static const int kRecent = 8;
+    static const int kHeld = 128;
+
+    const char* recentNames[kRecent];
+    MemAccount* recentAccounts[kRecent];
+    MemAccount::Shard* recentShards[kRecent];
+    int nextRecent;
+
+    const MemAccount* heldAccounts[kHeld];
+    MemAccount::Shard* heldShards[kHeld];
+    int heldCount;
+    bool registered;
 };
 
 thread_local ThreadCache t_cache;
 
-} // namespace
-
-MemAccount::MemAccount(const char* name)
-    : m_name(name), m_liveBytes(0), m_liveBlocks(0), m_totalBlocks(0)
+/// Gives the shards of an ending thread back, for new threads to take over with their counts.
+void releaseThreadShards(void* cachePointer)
 {
+    ThreadCache* cache = static_cast<ThreadCache*>(cachePointer);
+    for (int i = 0; i < cache->heldCount; ++i)
+    {
+        cache->heldShards[i]->inUse.store(false, std::memory_order_release);
+    }
+    cache->heldCount = 0;
+    // Anything counted later on this thread takes a shard again, and keeps it.
+    for (int i = 0; i < ThreadCache::kRecent; ++i)
+    {
+        cache->recentNames[i] = nullptr;
+        cache->recentAccounts[i] = nullptr;
+        cache->recentShards[i] = nullptr;
+    }
 }
 
-MemAccount& MemAccount::sGet(const char* name)
+pthread_key_t threadEndKey()
+{
+    static const pthread_key_t s_key = [] {
+        pthread_key_t key;
+        pthread_key_create(&key, &releaseThreadShards);
+        return key;
+    }();
+    return s_key;
+}
+
+/// A plain add by a shard's one writer: no locked instruction.
+template <class T>
+void addOwned(std::atomic<T>& counter, T amount)
+{
+    counter.store(counter.load(std::memory_order_relaxed) + amount, std::memory_order_relaxed);
+}
+
+template <class T>
+void addShared(std::atomic<T>& counter, T amount)
+{
+    counter.fetch_add(amount, std::memory_order_relaxed);
+}
+
+template <class T>
+T sumOf(const MemAccount::Shard* shards, const MemAccount::Shard& shared,
+        std::atomic<T> MemAccount::Shard::*counter)
+{
+    T sum = (shared.*counter).load(std::memory_order_relaxed);
+    for (const MemAccount::Shard* shard = shards; shard != nullptr; shard = shard->next)
+    {
+        sum += (shard->*counter).load(std::memory_order_relaxed);
+    }
+    return sum;
+}
+
+MemAccount* findOrMake(const char* name, MemAccount* (*make)(const char*))
+{
+    AccountTable& accounts = table();
+    std::lock_guard<std::mutex> lock(accounts.mutex);
+    for (MemAccount* candidate : accounts.accounts)
+    {
+        if (candidate->getName() == name)
+        {
+            return candidate;
+        }
+    }
+    MemAccount* account = make(name);
+    accounts.accounts.push_back(account);
+    return account;
+}
+
+} // namespace
+
+MemAccount::MemAccount(const char* name) : m_name(name), m_shards(nullptr) {}
+
+MemAccount::Shard* MemAccount::sLookup(const char* name, MemAccount** account)
 {
     if (name == nullptr)
     {
         name = kUnnamed;
     }
     ThreadCache& cache = t_cache;
-    for (int i = 0; i < ThreadCache::kSize; ++i)
+    for (int i = 0; i < ThreadCache::kRecent; ++i)
     {
         // The address alone is not enough: a caller's buffer may hold another name by now.
-        if (cache.names[i] == name && cache.accounts[i]->m_name == name)
+        if (cache.recentNames[i] == name && cache.recentAccounts[i]->m_name == name)
         {
-            return *cache.accounts[i];
+            *account = cache.recentAccounts[i];
+            return cache.recentShards[i];
         }
     }
+    MemAccount* found =
+        findOrMake(name, [](const char* text) -> MemAccount* { return new MemAccount(text); });
+    Shard* shard = found->threadShard();
+    const int slot = cache.nextRecent;
+    cache.recentNames[slot] = name;
+    cache.recentAccounts[slot] = found;
+    cache.recentShards[slot] = shard;
+    cache.nextRecent = (slot + 1) % ThreadCache::kRecent;
+    *account = found;
+    return shard;
+}
 
-    MemAccount* account = nullptr;
+MemAccount::Shard* MemAccount::threadShard()
+{
+    ThreadCache& cache = t_cache;
+    for (int i = 0; i < cache.heldCount; ++i)
     {
-        AccountTable& accounts = table();
-        std::lock_guard<std::mutex> lock(accounts.mutex);
-        for (MemAccount* candidate : accounts.accounts)
+        if (cache.heldAccounts[i] == this)
         {
-            if (candidate->m_name == name)
-            {
-                account = candidate;
-                break;
-            }
-        }
-        if (account == nullptr)
-        {
-            account = new MemAccount(name);
-            accounts.accounts.push_back(account);
+            return cache.heldShards[i];
         }
     }
-    cache.names[cache.next] = name;
-    cache.accounts[cache.next] = account;
-    cache.next = (cache.next + 1) % ThreadCache::kSize;
+    if (cache.heldCount == ThreadCache::kHeld)
+    {
+        return nullptr;
+    }
+    if (!cache.registered)
+    {
+        cache.registered = true;
+        pthread_setspecific(threadEndKey(), &cache);
+    }
+    Shard* shard = acquireShard();
+    cache.heldAccounts[cache.heldCount] = this;
+    cache.heldShards[cache.heldCount] = shard;
+    ++cache.heldCount;
+    return shard;
+}
+
+MemAccount::Shard* MemAccount::acquireShard()
+{
+    for (Shard* shard = m_shards.load(std::memory_order_acquire); shard != nullptr;
+         shard = shard->next)
+    {
+        bool inUse = false;
+        if (!shard->inUse.load(std::memory_order_relaxed) &&
+            shard->inUse.compare_exchange_strong(inUse, true, std::memory_order_acq_rel))
+        {
+            return shard;
+        }
+    }
+    Shard* shard = new Shard;
+    Shard* head = m_shards.load(std::memory_order_relaxed);
+    do
+    {
+        shard->next = head;
+    } while (!m_shards.compare_exchange_weak(head, shard, std::memory_order_release,
+                                             std::memory_order_relaxed));
+    return shard;
+}
+
+MemAccount& MemAccount::sGet(const char* name)
+{
+    MemAccount* account = nullptr;
+    sLookup(name, &account);
     return *account;
+}
+
+void MemAccount::sAdded(const char* name, size_t size)
+{
+    MemAccount* account = nullptr;
+    Shard* shard = sLookup(name, &account);
+    if (shard == nullptr)
+    {
+        account->added(size);
+        return;
+    }
+    addOwned<int64_t>(shard->liveBytes, static_cast<int64_t>(size));
+    addOwned<int64_t>(shard->liveBlocks, 1);
+    addOwned<uint64_t>(shard->totalBlocks, 1);
+}
+
+void MemAccount::sRemoved(const char* name, size_t size)
+{
+    MemAccount* account = nullptr;
+    Shard* shard = sLookup(name, &account);
+    if (shard == nullptr)
+    {
+        account->removed(size);
+        return;
+    }
+    addOwned<int64_t>(shard->liveBytes, -static_cast<int64_t>(size));
+    addOwned<int64_t>(shard->liveBlocks, -1);
+}
+
+void MemAccount::added(size_t size)
+{
+    Shard* shard = threadShard();
+    if (shard == nullptr)
+    {
+        addShared<int64_t>(m_shared.liveBytes, static_cast<int64_t>(size));
+        addShared<int64_t>(m_shared.liveBlocks, 1);
+        addShared<uint64_t>(m_shared.totalBlocks, 1);
+        return;
+    }
+    addOwned<int64_t>(shard->liveBytes, static_cast<int64_t>(size));
+    addOwned<int64_t>(shard->liveBlocks, 1);
+    addOwned<uint64_t>(shard->totalBlocks, 1);
+}
+
+void MemAccount::removed(size_t size)
+{
+    Shard* shard = threadShard();
+    if (shard == nullptr)
+    {
+        addShared<int64_t>(m_shared.liveBytes, -static_cast<int64_t>(size));
+        addShared<int64_t>(m_shared.liveBlocks, -1);
+        return;
+    }
+    addOwned<int64_t>(shard->liveBytes, -static_cast<int64_t>(size));
+    addOwned<int64_t>(shard->liveBlocks, -1);
+}
+
+int64_t MemAccount::getLiveBytes() const
+{
+    return sumOf<int64_t>(m_shards.load(std::memory_order_acquire), m_shared,
+                          &Shard::liveBytes);
+}
+
+int64_t MemAccount::getLiveBlocks() const
+{
+    return sumOf<int64_t>(m_shards.load(std::memory_order_acquire), m_shared,
+                          &Shard::liveBlocks);
+}
+
+uint64_t MemAccount::getTotalBlocks() const
+{
+    return sumOf<uint64_t>(m_shards.load(std::memory_order_acquire), m_shared,
+                           &Shard::totalBlocks);
 }
 
 MemAccount::Reading MemAccount::sRead(const char* name)

@@ -29,7 +29,7 @@ void* NoSizeMemAllocator::allocate(size_t size, const char* account)
     }
     BlockHeader* header = static_cast<BlockHeader*>(::operator new(sizeof(BlockHeader) + size));
     header->size = size;
-    MemAccount::sGet(account).added(size);
+    MemAccount::sAdded(account, size);
     return header + 1;
 }
 
@@ -40,7 +40,7 @@ void NoSizeMemAllocator::deallocate(void* p, const char* account)
         return;
     }
     BlockHeader* header = static_cast<BlockHeader*>(p) - 1;
-    MemAccount::sGet(account).removed(header->size);
+    MemAccount::sRemoved(account, header->size);
     ::operator delete(header);
 }
 
