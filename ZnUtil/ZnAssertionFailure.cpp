@@ -1,5 +1,7 @@
 #include "ZnUtil/ZnAssertionFailure.h"
 
+#include "ZnUtil/ZnOutputStream.h"
+
 #include "tavoris/Assertion.h"
 
 ZnAssertionFailure::ZnAssertionFailure(const char* message, const char* file, unsigned int line,
@@ -18,7 +20,9 @@ void ZnAssertionFailure::sThrow(const char* message, const char* file, unsigned 
     ZnException::sThrow(new ZnAssertionFailure(message, file, line, compiled));
 }
 
-void ZnAssertionFailure::display(ZnOutputStream&) const
+void ZnAssertionFailure::display(ZnOutputStream& out) const
 {
-    // TODO(#3): the printed form comes with the output stream.
+    out << getMessage() << "\n"
+        << m_file << " line " << m_line << "\nCompilation : " << m_compiled << "\n";
+    out.flush();
 }

@@ -1,5 +1,7 @@
 #include "ZnUtil/ZnException.h"
 
+#include "ZnUtil/ZnOutputStream.h"
+
 const char* const ZnException::sDebugToken = "ZnException";
 const char* const ZnException::sUnhandledMessage =
     "\n\n!!! Unhandled Exception Intercepted !!!\n\n";
@@ -27,7 +29,7 @@ void ZnException::sThrow(const char* message)
     sThrow(new ZnException(message != nullptr ? message : "Unknown Exception"));
 }
 
-void ZnException::display(ZnOutputStream&) const
+void ZnException::display(ZnOutputStream& out) const
 {
-    // TODO(#3): the printed form comes with the output stream.
+    out << m_message;
 }

@@ -1,5 +1,7 @@
 #include "ZnUtil/ZnGhbnError.h"
 
+#include "ZnUtil/ZnOutputStream.h"
+
 ZnGhbnError::ZnGhbnError(const char* message, Tavoris::Hostent::GetHostByNameStatus status)
     : ZnSocketError(message, 0), m_status(status)
 {
@@ -12,7 +14,9 @@ void ZnGhbnError::sThrow(const char* message, Tavoris::Hostent::GetHostByNameSta
     ZnException::sThrow(new ZnGhbnError(message, status));
 }
 
-void ZnGhbnError::display(ZnOutputStream&) const
+void ZnGhbnError::display(ZnOutputStream& out) const
 {
-    // TODO(#3): the printed form comes with the output stream.
+    // A leading ": " and no number: this class's own form, unlike its parents'.
+    out << ": " << getMessage() << " (" << Tavoris::Hostent::getGetHostByNameStatusString(m_status)
+        << ")";
 }

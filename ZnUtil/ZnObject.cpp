@@ -1,6 +1,7 @@
 #include "ZnUtil/ZnObject.h"
 
 #include "ZnUtil/ZnAssertionFailure.h"
+#include "ZnUtil/ZnOutputStream.h"
 
 #include "tavoris/DynCastAssert.h"
 
@@ -103,9 +104,14 @@ unsigned int ZnObject::hashCode() const
     return low32(this);
 }
 
-void ZnObject::display(ZnOutputStream&, bool) const
+void ZnObject::display(ZnOutputStream& out, bool showAddress) const
 {
-    // TODO(#3): the printed form comes with the output stream.
+    out << static_cast<unsigned int>(getRefCount());
+    if (showAddress)
+    {
+        out << " \t(" << static_cast<const void*>(this) << ")";
+    }
+    out << "\t" << getClassName();
 }
 
 unsigned long ZnObject::AddRef()

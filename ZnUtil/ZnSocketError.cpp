@@ -1,5 +1,7 @@
 #include "ZnUtil/ZnSocketError.h"
 
+#include "ZnUtil/ZnOutputStream.h"
+
 #include <cerrno>
 
 #include <netdb.h>
@@ -238,6 +240,11 @@ const char* ZnSocketError::sGetErrorText(int socketError)
 
 void ZnSocketError::display(ZnOutputStream& out) const
 {
-    // TODO(#3): the printed form comes with the output stream.
-    (void)out;
+    const char* text = sGetErrorText(getErrNo());
+    if (text == nullptr)
+    {
+        ZnSystemError::display(out);
+        return;
+    }
+    out << getMessage() << ": " << text << " (" << getErrNo() << ")";
 }

@@ -3,6 +3,7 @@
 #include "ZnUtil/ZnAssertionFailure.h"
 #include "ZnUtil/ZnException.h"
 #include "ZnUtil/ZnHandle.h"
+#include "ZnUtil/ZnOutputStream.h"
 
 #include "tavoris/NoSizeMemAllocator.h"
 
@@ -432,7 +433,8 @@ ZnObject* ZnStringBuffer::clone() const
     return sCreate(m_pData, m_length, m_capacity);
 }
 
-void ZnStringBuffer::display(ZnOutputStream&) const
+void ZnStringBuffer::display(ZnOutputStream& out) const
 {
-    // TODO(#3): the printed form comes with the output stream.
+    ZnObject::display(out, true);
+    out << m_pData;
 }

@@ -1,5 +1,6 @@
 #include "ZnUtil/ZnSystemError.h"
 
+#include "ZnUtil/ZnOutputStream.h"
 #include "ZnUtil/ZnSocketError.h"
 
 #include <cerrno>
@@ -48,7 +49,7 @@ std::string ZnSystemError::sGetSystemText(int errNo)
     return text != nullptr ? std::string(text) : std::string();
 }
 
-void ZnSystemError::display(ZnOutputStream&) const
+void ZnSystemError::display(ZnOutputStream& out) const
 {
-    // TODO(#3): the printed form comes with the output stream.
+    out << getMessage() << ": " << sGetSystemText(m_errNo).c_str() << " (" << m_errNo << ")";
 }
