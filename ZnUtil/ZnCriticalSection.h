@@ -17,9 +17,9 @@ class ZnCriticalSection
 {
 public:
     /// Number of try-locks of enter() before it blocks.
-    static const int kSpinCount = 100;
+    static constexpr int kSpinCount = 100;
     /// Above this many instances alive, recycled ones are freed instead of kept.
-    static const int kRecycleCeiling = 1024;
+    static constexpr int kRecycleCeiling = 1024;
 
     /// Takes the lock: up to 100 try-locks, then a blocking lock.
     void enter();

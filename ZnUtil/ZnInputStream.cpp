@@ -1,6 +1,7 @@
 #include "ZnUtil/ZnInputStream.h"
 
 #include "ZnUtil/ZnAssertionFailure.h"
+#include "ZnUtil/ZnErrorStream.h"
 #include "ZnUtil/ZnException.h"
 
 #include <algorithm>
@@ -36,13 +37,16 @@ unsigned int ZnInputStream::read(void* aBuffer, unsigned int aLength, unsigned i
     }
     catch (ZnHandle<ZnException>& e)
     {
-        // Bytes already stored are delivered and the failure is dropped; with none it goes on.
+        // Every failure caught is reported. Bytes already stored are then delivered and the
+        // failure is dropped; with none stored it goes on to the caller.
+        ZnOutputStream& debug =
+            ZnErrorStream::sGetDefault().getDebugStream(ZnException::sDebugToken, 0);
+        debug << "catch exception in ZnInputStream::read(): " << e->getMessage() << "\n";
+        debug.flush();
         if (count == 0)
         {
             throw;
         }
-        // TODO(#3): report the dropped failure on the error stream.
-        (void)e;
     }
     return count;
 }
@@ -94,15 +98,4 @@ unsigned int ZnInputStream::read(ZnHandle<ZnByteArray> aArray, unsigned int aOff
         aLength = aOffset <= arrayLength ? arrayLength - aOffset : 0;
     }
     return read(aArray->rawBytes(), aLength, aOffset);
-}
-
-// TODO(#3): the default streams are made from the buffered streams; these stand in until then.
-ZnInputStream& ZnInputStream::sGetDefault()
-{
-    ZnException::sThrow("ZnInputStream::sGetDefault");
-}
-
-ZnHandle<ZnInputStream> ZnInputStream::sSetDefault(ZnInputStream&)
-{
-    ZnException::sThrow("ZnInputStream::sSetDefault");
 }

@@ -37,7 +37,7 @@ void ZnMultiSourceObserver::addSource(ZnObservable* aSource)
     }
     catch (...)
     {
-        delete link;
+        link->retire();
         throw;
     }
     m_sources.push_back(link);
@@ -53,7 +53,9 @@ void ZnMultiSourceObserver::removeSource(ZnObservable* aSource)
         {
             ZnAggregatedObserver* link = *it;
             m_sources.erase(it);
-            delete link;
+            // Not deleted outright: a notification may be passing through it right now, when an
+            // observer removes its source from inside onNotification.
+            link->retire();
             return;
         }
     }
@@ -66,7 +68,7 @@ void ZnMultiSourceObserver::detachAll()
     links.swap(m_sources);
     for (ZnAggregatedObserver* link : links)
     {
-        delete link;
+        link->retire();
     }
 }
 

@@ -18,9 +18,9 @@ class ZnMutex
 {
 public:
     /// Number of try-locks of lock() before it blocks.
-    static const int kSpinCount = 4000;
+    static constexpr int kSpinCount = 4000;
     /// Size of the shared pool.
-    static const int kPoolSize = 256;
+    static constexpr int kPoolSize = 256;
 
     /// 0 until the pool exists, then 1.
     static int fs_MutexInitializationCounter;

@@ -159,14 +159,3 @@ ZnOutputStream& operator<<(ZnOutputStream& aOut, ZnString const& aText)
 {
     return aOut << static_cast<const char*>(aText);
 }
-
-// TODO(#3): the default streams are made from the buffered streams; these stand in until then.
-ZnOutputStream& ZnOutputStream::sGetDefault()
-{
-    ZnException::sThrow("ZnOutputStream::sGetDefault");
-}
-
-ZnHandle<ZnOutputStream> ZnOutputStream::sSetDefault(ZnOutputStream&)
-{
-    ZnException::sThrow("ZnOutputStream::sSetDefault");
-}

@@ -2,6 +2,8 @@
 #ifndef ZNUTIL_ZNSERIALIZABLE_H
 #define ZNUTIL_ZNSERIALIZABLE_H
 
+#include <iosfwd>
+
 class ZnOutputStream;
 
 /// Objects that write themselves to a ZnOutputStream. The byte form belongs to each class.
@@ -16,5 +18,8 @@ public:
     /// Writes the object to \p out.
     virtual void serialize(ZnOutputStream* out) const = 0;
 };
+
+/// Writes the serialised bytes of \p object to \p out, one character at a time.
+std::ostream& operator<<(std::ostream& out, const ZnSerializable& object);
 
 #endif // ZNUTIL_ZNSERIALIZABLE_H

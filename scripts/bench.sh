@@ -34,3 +34,39 @@ done
 
 echo
 python3 "$root/scripts/bench_ratios.py" "${results[@]}"
+
+# ZnKeyTable against a std::unordered_map behind a std::mutex, from one thread and from two.
+cmake --build "$build" --target ZnKeyTableBenchmark
+table_out="$build/ZnKeyTableBenchmark.json"
+"$build/bench/ZnKeyTableBenchmark" \
+    --benchmark_repetitions=3 \
+    --benchmark_report_aggregates_only=true \
+    --benchmark_out="$table_out" \
+    --benchmark_out_format=json \
+    "$@"
+echo
+python3 "$root/scripts/bench_ratios.py" "$table_out" || echo "no ZnKeyTable pairs in this run"
+
+# ZnBufferedInputStream over a memory source, by byte and in blocks, against memcpy (MB/s above).
+cmake --build "$build" --target ZnBufferedInputStreamBenchmark
+buffered_out="$build/ZnBufferedInputStreamBenchmark.json"
+"$build/bench/ZnBufferedInputStreamBenchmark" \
+    --benchmark_repetitions=3 \
+    --benchmark_report_aggregates_only=true \
+    --benchmark_out="$buffered_out" \
+    --benchmark_out_format=json \
+    "$@"
+echo
+python3 "$root/scripts/bench_ratios.py" "$buffered_out" || echo "no ZnBufferedInputStream pairs in this run"
+
+# ZnByteArrayOutputStream writes of 1 and 100 bytes, against std::string::append of the same bytes.
+cmake --build "$build" --target ZnByteArrayOutputStreamBenchmark
+array_out="$build/ZnByteArrayOutputStreamBenchmark.json"
+"$build/bench/ZnByteArrayOutputStreamBenchmark" \
+    --benchmark_repetitions=3 \
+    --benchmark_report_aggregates_only=true \
+    --benchmark_out="$array_out" \
+    --benchmark_out_format=json \
+    "$@"
+echo
+python3 "$root/scripts/bench_ratios.py" "$array_out" || echo "no ZnByteArrayOutputStream pairs in this run"

@@ -12,6 +12,14 @@ import sys
 
 # ZnUtil's name for a family, then the name of its standard library baseline.
 FAMILIES = {"ZnString": "StdString", "ZnHandle": "SharedPtr"}
+# BM_ZnKeyTable_<Op>/threads:<n> against a std::unordered_map behind a std::mutex.
+FAMILIES["ZnKeyTable"] = "StdMap"
+# BM_ZnBufferedInputStream_<Op>[/<size>] against memcpy of the same bytes.
+FAMILIES["ZnBufferedInputStream"] = "Memcpy"
+# BM_ZnByteArrayOutputStream_Write/<size> against BM_StdString_Append/<size>.
+FAMILIES["ZnByteArrayOutputStream"] = "StdString"
+# Baselines whose operation has another name than ZnUtil's: (family, operation) -> operation.
+BASELINE_OPERATIONS = {("ZnByteArrayOutputStream", "Write"): "Append"}
 
 TO_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
@@ -54,7 +62,9 @@ def main(argv):
         if parts is None or parts[0] not in FAMILIES:
             continue
         family, operation, args = parts
-        baseline_name = "BM_%s_%s" % (FAMILIES[family], operation) + ("/" + args if args else "")
+        baseline_operation = BASELINE_OPERATIONS.get((family, operation), operation)
+        baseline_name = "BM_%s_%s" % (FAMILIES[family], baseline_operation) + (
+            "/" + args if args else "")
         baseline = medians.get(baseline_name)
         if baseline is None:
             print("no baseline for %s (looked for %s)" % (name, baseline_name), file=sys.stderr)
