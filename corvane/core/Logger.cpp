@@ -96,11 +96,9 @@ bool Logger::reset()
 
 bool Logger::isLogEnabled(LogLevel level) const
 {
-    LogLevel own = getLogLevel();
-    if (own == NOT_SET_LOG_LEVEL)
-    {
-        own = getChainedLogLevel();
-    }
+    // The chained level is the logger's own when it has one, else the nearest ancestor's: one
+    // walk serves both steps of the test.
+    const LogLevel own = getChainedLogLevel();
     const bool levelPasses = own != NOT_SET_LOG_LEVEL ? own <= level : isEnabledFor(level);
     return levelPasses && getChainedNumAppender() != 0;
 }
