@@ -1,5 +1,6 @@
 #include "ZnUtil/ZnPlatform.h"
 
+#include <csignal>
 #include <ctime>
 
 #include <sys/syscall.h>
@@ -13,6 +14,28 @@ const uint64_t kSecondsFrom1601To1970 = 11644473600ULL;
 
 thread_local uint32_t t_threadId = 0;
 
+/// A peer that resets a connection must give a failed write, not end the process: SIGPIPE is
+/// ignored unless the host has set it up itself. Socket sends also pass MSG_NOSIGNAL, but the
+/// writes of OpenSSL and of file streams on pipes cannot.
+bool ignoreBrokenPipeUnlessHandled()
+{
+    struct sigaction current = {};
+    if (sigaction(SIGPIPE, nullptr, &current) != 0)
+    {
+        return false;
+    }
+    if ((current.sa_flags & SA_SIGINFO) == 0 && current.sa_handler == SIG_DFL)
+    {
+        struct sigaction ignore = {};
+        ignore.sa_handler = SIG_IGN;
+        sigemptyset(&ignore.sa_mask);
+        return sigaction(SIGPIPE, &ignore, nullptr) == 0;
+    }
+    return false;
+}
+
+const bool s_brokenPipeIgnored = ignoreBrokenPipeUnlessHandled();
+
 uint64_t readClockNs(clockid_t clock)
 {
     timespec now{};
@@ -21,6 +44,11 @@ uint64_t readClockNs(clockid_t clock)
 }
 
 } // namespace
+
+bool ZnPlatform::sBrokenPipeIgnoredAtLoad()
+{
+    return s_brokenPipeIgnored;
+}
 
 uint32_t ZnPlatform::sGetCurrentThreadId()
 {

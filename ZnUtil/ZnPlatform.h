@@ -19,6 +19,10 @@ public:
 
     /// CLOCK_REALTIME as 100-ns ticks since 1601-01-01.
     static uint64_t sGetSystemTimeAsFileTime();
+
+    /// True when loading the library set SIGPIPE to ignored (the host had left it at its
+    /// default); false when the host handles or ignores it itself.
+    static bool sBrokenPipeIgnoredAtLoad();
 };
 
 #endif // ZNUTIL_ZNPLATFORM_H
