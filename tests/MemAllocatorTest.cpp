@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/RunTogether.h"
+
 namespace
 {
 
@@ -21,40 +23,7 @@ using Tavoris::DefaultStaticMemAllocator;
 using Tavoris::MemAccount;
 using Tavoris::NoSizeMemAllocator;
 
-/// Runs \p body on \p count threads that all start together.
-template <class Body>
-void runTogether(int count, Body body)
-{
-    std::mutex mutex;
-    std::condition_variable ready;
-    int waiting = 0;
-    bool go = false;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i)
-    {
-        threads.emplace_back(
-            [&, i]
-            {
-                {
-                    std::unique_lock<std::mutex> lock(mutex);
-                    ++waiting;
-                    ready.notify_all();
-                    ready.wait(lock, [&] { return go; });
-                }
-                body(i);
-            });
-    }
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        ready.wait(lock, [&] { return waiting == count; });
-        go = true;
-        ready.notify_all();
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
-}
+using ZnTest::runTogether;
 
 TEST(DefaultStaticMemAllocatorTest, AllocationIsCountedOnItsAccount)
 {
@@ -342,9 +311,9 @@ TEST(MemAccountTest, CountsOfEndedThreadsStayWithTheAccount)
     // One thread after the other: each takes over the counters the one before it left.
     for (int i = 0; i < kThreads; ++i)
     {
-        std::thread worker([&blocks, i, account] {
-            blocks[i] = Tavoris::DefaultStaticMemAllocator::allocate(10 + i, account);
-        });
+        std::thread worker(
+            [&blocks, i, account]
+            { blocks[i] = Tavoris::DefaultStaticMemAllocator::allocate(10 + i, account); });
         worker.join();
     }
     Tavoris::MemAccount::Reading reading = Tavoris::MemAccount::sRead(account);

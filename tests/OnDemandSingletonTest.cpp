@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "support/CapturingAppender.h"
+#include "support/RunTogether.h"
 
 namespace
 {
@@ -63,40 +64,7 @@ namespace
 using Tavoris::OnDemandSingleton;
 using Tavoris::SingletonRegistry;
 
-/// Runs \p body on \p count threads that all start together.
-template <class Body>
-void runTogether(int count, Body body)
-{
-    std::mutex mutex;
-    std::condition_variable ready;
-    int waiting = 0;
-    bool go = false;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i)
-    {
-        threads.emplace_back(
-            [&, i]
-            {
-                {
-                    std::unique_lock<std::mutex> lock(mutex);
-                    ++waiting;
-                    ready.notify_all();
-                    ready.wait(lock, [&] { return go; });
-                }
-                body(i);
-            });
-    }
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        ready.wait(lock, [&] { return waiting == count; });
-        go = true;
-        ready.notify_all();
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
-}
+using ZnTest::runTogether;
 
 TEST(OnDemandSingletonTest, AllThreadsGetTheOneObjectMadeOnce)
 {

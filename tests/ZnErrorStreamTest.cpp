@@ -18,50 +18,12 @@
 #include <thread>
 #include <vector>
 
+#include "support/RecordingOutputStream.h"
+
 namespace
 {
 
-/// A destination that records every call it gets and keeps the bytes.
-class RecordingStream : public ZnOutputStream
-{
-public:
-    /// One block write as the destination saw it.
-    struct Block
-    {
-        unsigned int length;
-        unsigned int offset;
-    };
-
-    using ZnOutputStream::write;
-
-    void write(void const* aBuffer, unsigned int aLength, unsigned int aOffset) override
-    {
-        m_blocks.push_back(Block{aLength, aOffset});
-        if (aBuffer != nullptr)
-        {
-            m_text.append(static_cast<const char*>(aBuffer) + aOffset, aLength);
-        }
-    }
-
-    void write(int aByte) override
-    {
-        ++m_byteWrites;
-        m_text.push_back(static_cast<char>(aByte));
-    }
-
-    void flush() override { ++m_flushes; }
-
-    const std::string& text() const { return m_text; }
-    const std::vector<Block>& blocks() const { return m_blocks; }
-    int byteWrites() const { return m_byteWrites; }
-    int flushes() const { return m_flushes; }
-
-private:
-    std::string m_text;
-    std::vector<Block> m_blocks;
-    int m_byteWrites = 0;
-    int m_flushes = 0;
-};
+using RecordingStream = ZnTest::RecordingOutputStream;
 
 /// Sends std::cerr into a string for the life of the object, counting flushes.
 class CerrCapture

@@ -20,24 +20,12 @@
 #include <thread>
 #include <vector>
 
+#include "support/RecordingOutputStream.h"
+
 namespace
 {
 
-/// An output stream that keeps every byte in a string and counts its flushes.
-class StringOutputStream : public ZnOutputStream
-{
-public:
-    using ZnOutputStream::write;
-    void write(int aByte) override { m_text.push_back(static_cast<char>(aByte)); }
-    void flush() override { ++m_flushes; }
-
-    const std::string& text() const { return m_text; }
-    int flushes() const { return m_flushes; }
-
-private:
-    std::string m_text;
-    int m_flushes = 0;
-};
+using StringOutputStream = ZnTest::RecordingOutputStream;
 
 /// A value that counts its destructions.
 class Value : public ZnObject

@@ -17,56 +17,18 @@
 #include <thread>
 #include <vector>
 
+#include "support/RunTogether.h"
+
 namespace
 {
 
 const int kThreads = 4;
 const int kIterations = 50000;
 
-/// Opens once, for every thread waiting on it.
-class StartGate
-{
-public:
-    void open()
-    {
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_open = true;
-        }
-        m_condition.notify_all();
-    }
-
-    void wait()
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_condition.wait(lock, [this] { return m_open; });
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_condition;
-    bool m_open = false; // guarded by m_mutex
-};
-
 /// Runs \p body(index) on kThreads threads released together, and waits for all of them.
 void runTogether(const std::function<void(int)>& body)
 {
-    StartGate gate;
-    std::vector<std::thread> threads;
-    for (int index = 0; index < kThreads; ++index)
-    {
-        threads.emplace_back(
-            [&gate, &body, index]
-            {
-                gate.wait();
-                body(index);
-            });
-    }
-    gate.open();
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
+    ZnTest::runTogether(kThreads, body);
 }
 
 /// Polls \p condition until it holds or \p limit has passed.
