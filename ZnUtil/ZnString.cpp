@@ -11,3 +11,9 @@ std::ostream& operator<<(std::ostream& out, const ZnString& text)
     }
     return out;
 }
+
+ZnInputStream& operator>>(ZnInputStream& in, ZnString& text)
+{
+    text.parse(in, " \t\r\n");
+    return in;
+}

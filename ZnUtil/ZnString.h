@@ -7,6 +7,8 @@
 
 #include <iosfwd>
 
+class ZnInputStream;
+
 /// A copy-on-write string. A copy costs one atomic increment; a change copies the characters
 /// only when another string shares them. A nil string (no buffer) and an empty one are both
 /// valid and mostly alike: length() is 0 and empty() true for both.
@@ -87,6 +89,26 @@ public:
         return *this;
     }
 
+    /// Reads the next token up to one of \p delimiters (ZnStringBuffer::parse), in place when
+    /// nobody else sees the characters and they fit.
+    ZnString& parse(ZnInputStream& in, const char* delimiters)
+    {
+        m_buffer = receiver()->parse(in, delimiters);
+        return *this;
+    }
+    /// Looks at the next token without consuming it (ZnStringBuffer::peek).
+    ZnString& peek(ZnInputStream& in, const char* delimiters)
+    {
+        m_buffer = receiver()->peek(in, delimiters);
+        return *this;
+    }
+    /// Reads up to \p count raw bytes (ZnStringBuffer::read).
+    ZnString& read(ZnInputStream& in, unsigned int count)
+    {
+        m_buffer = receiver()->read(in, count);
+        return *this;
+    }
+
     ZnString substr(unsigned int pos, unsigned int length = 0) const
     {
         return ZnString(receiver()->substr(pos, length));
@@ -147,5 +169,11 @@ inline bool operator<(const ZnString& a, const ZnString& b)
 
 /// Writes the characters; a nil string writes nothing.
 std::ostream& operator<<(std::ostream& out, const ZnString& text);
+
+/// Reads the next white-space delimited word into \p text: parse with the delimiters
+/// " \t\r\n".
+/// \return \p in.
+/// \throws ZnHandle<ZnException> "Can only tokenize streams where mark supported".
+ZnInputStream& operator>>(ZnInputStream& in, ZnString& text);
 
 #endif // ZNUTIL_ZNSTRING_H

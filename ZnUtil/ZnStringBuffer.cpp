@@ -3,7 +3,9 @@
 #include "ZnUtil/ZnAssertionFailure.h"
 #include "ZnUtil/ZnException.h"
 #include "ZnUtil/ZnHandle.h"
+#include "ZnUtil/ZnInputStream.h"
 #include "ZnUtil/ZnOutputStream.h"
+#include "ZnUtil/ZnStreamTokenizer.h"
 
 #include "tavoris/NoSizeMemAllocator.h"
 
@@ -437,4 +439,112 @@ void ZnStringBuffer::display(ZnOutputStream& out) const
 {
     ZnObject::display(out, true);
     out << m_pData;
+}
+
+namespace
+{
+
+/// One block read of up to \p count bytes into \p data, the stream's failure passing through.
+/// \return the bytes stored, never more than \p count; 0 at end of stream.
+unsigned int readInto(ZnInputStream& in, char* data, unsigned int count)
+{
+    if (count == 0)
+    {
+        return 0;
+    }
+    const unsigned int got = in.read(data, count, 0);
+    // The end of stream (0xFFFFFFFF) stores nothing; a length beyond the block is not trusted.
+    if (got == kMaxCapacity)
+    {
+        return 0;
+    }
+    return got < count ? got : count;
+}
+
+} // namespace
+
+ZnStringBuffer* ZnStringBuffer::parse(ZnInputStream& in, const char* delimiters)
+{
+    const unsigned int n = ZnStreamTokenizer::sLookAhead(in, delimiters);
+    if (n == kMaxCapacity)
+    {
+        return nullptr;
+    }
+    ZnStringBuffer* target = (!sIsNullReceiver(this) && isUnshared() && m_capacity > n)
+                                 ? this
+                                 : sCreate(nullptr, 0, n + 1);
+    try
+    {
+        // A stream giving fewer bytes than it counted leaves a shorter token, never unread
+        // characters.
+        target->m_length = readInto(in, target->m_pData, n);
+    }
+    catch (...)
+    {
+        if (target != this)
+        {
+            delete target;
+        }
+        throw;
+    }
+    target->m_pData[target->m_length] = '\0';
+    target->m_hash.store(0, std::memory_order_relaxed);
+    return target;
+}
+
+ZnStringBuffer* ZnStringBuffer::peek(ZnInputStream& in, const char* delimiters)
+{
+    const unsigned int n = ZnStreamTokenizer::sLookAhead(in, delimiters);
+    if (n == kMaxCapacity)
+    {
+        return nullptr;
+    }
+    ZnStringBuffer* target = (!sIsNullReceiver(this) && isUnshared() && m_capacity > n)
+                                 ? this
+                                 : sCreate(nullptr, 0, n + 1);
+    try
+    {
+        // The white space before the token was consumed by the look ahead; the token is not.
+        in.mark(0xFFFFFFFFu);
+        target->m_length = readInto(in, target->m_pData, n);
+        in.reset();
+    }
+    catch (...)
+    {
+        if (target != this)
+        {
+            delete target;
+        }
+        throw;
+    }
+    target->m_pData[target->m_length] = '\0';
+    target->m_hash.store(0, std::memory_order_relaxed);
+    return target;
+}
+
+ZnStringBuffer* ZnStringBuffer::read(ZnInputStream& in, unsigned int count)
+{
+    if (count == kMaxCapacity)
+    {
+        return nullptr;
+    }
+    // In place at count 0 or 1, as for assign: nobody but the caller can see the buffer.
+    ZnStringBuffer* target = (!sIsNullReceiver(this) && isUnshared() && m_capacity > count)
+                                 ? this
+                                 : sCreate(nullptr, 0, count + 1);
+    try
+    {
+        target->m_length = readInto(in, target->m_pData, count);
+    }
+    catch (...)
+    {
+        if (target != this)
+        {
+            delete target;
+        }
+        throw;
+    }
+    target->m_pData[target->m_length] = '\0';
+    target->m_hash.store(0, std::memory_order_relaxed);
+    return target;
 }

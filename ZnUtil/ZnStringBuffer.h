@@ -7,6 +7,8 @@
 #include <atomic>
 #include <cstddef>
 
+class ZnInputStream;
+
 /// A NUL-terminated byte string whose characters live in the same allocation as the object.
 ///
 /// A null ZnStringBuffer* is a legal receiver of every non-virtual operation: it stands for no
@@ -74,6 +76,27 @@ public:
     ZnStringBuffer* toUpper();
     /// Lower-cases ASCII letters; other bytes stay.
     ZnStringBuffer* toLower();
+
+    /// Reads the next token: skips white space, then takes the characters up to one of
+    /// \p delimiters (which stays unread) or the end of the stream.
+    /// \return the receiver when it is unshared (count 0 or 1) and its capacity exceeds the
+    /// token's length, else a new buffer of capacity length + 1 (count 0); an empty buffer when
+    /// there is no token; null only for a count of 0xFFFFFFFF from the look ahead.
+    /// \throws ZnHandle<ZnException> "Can only tokenize streams where mark supported"; what the
+    /// stream throws.
+    ZnStringBuffer* parse(ZnInputStream& in, const char* delimiters);
+
+    /// As parse, but the token is put back with the stream's mark and reset: the stream is left
+    /// at the token's first character (the white space before it is consumed).
+    ZnStringBuffer* peek(ZnInputStream& in, const char* delimiters);
+
+    /// Reads up to \p count raw bytes with one block read of the stream.
+    /// \return the receiver when it is unshared (count 0 or 1) and its capacity exceeds
+    /// \p count, else a new buffer of capacity \p count + 1 (count 0), holding the bytes read:
+    /// empty at end of stream; null for a \p count of 0xFFFFFFFF, which leaves no room for the
+    /// terminator. Works on any stream.
+    /// \throws what the stream throws.
+    ZnStringBuffer* read(ZnInputStream& in, unsigned int count);
 
     /// A new buffer with \p length characters from \p pos; a length of 0 or beyond the end takes
     /// the rest. \return null for a null receiver, \p pos past the end, or an empty result.

@@ -18,6 +18,13 @@ FAMILIES["ZnKeyTable"] = "StdMap"
 FAMILIES["ZnBufferedInputStream"] = "Memcpy"
 # BM_ZnByteArrayOutputStream_Write/<size> against BM_StdString_Append/<size>.
 FAMILIES["ZnByteArrayOutputStream"] = "StdString"
+# BM_ZnStreamTokenizer_<Op> against plain C splitters (memchr lines, strcspn tokens).
+FAMILIES["ZnStreamTokenizer"] = "Memchr"
+# BM_MD5_Digest/<size> and BM_Base64_Encode/<size> against OpenSSL (EVP MD5, EVP_EncodeBlock).
+FAMILIES["MD5"] = "OpenSSL"
+FAMILIES["Base64"] = "OpenSSL"
+# BM_ZnParameters_ParseGetString against a std::string find loop into pairs, joined back.
+FAMILIES["ZnParameters"] = "StdSplit"
 # Baselines whose operation has another name than ZnUtil's: (family, operation) -> operation.
 BASELINE_OPERATIONS = {("ZnByteArrayOutputStream", "Write"): "Append"}
 

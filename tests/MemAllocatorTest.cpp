@@ -250,20 +250,21 @@ TEST(MemAccountTest, UnusedAccountReadsAsZeros)
     EXPECT_EQ(0u, reading.totalBlocks);
 }
 
-TEST(MemAccountTest, AccountIsFoundByItsNameNotByTheAddressOfTheText)
+TEST(MemAccountTest, TextsWithTheSameCharactersNameOneAccount)
 {
-    // The same buffer names two accounts in turn: each allocation counts on the name it held.
-    char name[32];
-    std::strcpy(name, "MemTest::ByNameA");
-    void* a = DefaultStaticMemAllocator::allocate(10, name);
-    std::strcpy(name, "MemTest::ByNameB");
-    void* b = DefaultStaticMemAllocator::allocate(20, name);
-    EXPECT_EQ(10, MemAccount::sRead("MemTest::ByNameA").liveBytes);
-    EXPECT_EQ(20, MemAccount::sRead("MemTest::ByNameB").liveBytes);
-    DefaultStaticMemAllocator::deallocate(b, 20, "MemTest::ByNameB");
-    DefaultStaticMemAllocator::deallocate(a, 10, "MemTest::ByNameA");
-    EXPECT_EQ(0, MemAccount::sRead("MemTest::ByNameA").liveBytes);
-    EXPECT_EQ(0, MemAccount::sRead("MemTest::ByNameB").liveBytes);
+    // Two static texts at different addresses, with the same characters.
+    static const char first[] = "MemTest::SameName";
+    static const char second[] = "MemTest::SameName";
+    ASSERT_NE(static_cast<const void*>(first), static_cast<const void*>(second));
+    void* a = DefaultStaticMemAllocator::allocate(10, first);
+    void* b = DefaultStaticMemAllocator::allocate(20, second);
+    EXPECT_EQ(&MemAccount::sGet(first), &MemAccount::sGet(second));
+    EXPECT_EQ(30, MemAccount::sRead("MemTest::SameName").liveBytes);
+    EXPECT_EQ(2, MemAccount::sRead("MemTest::SameName").liveBlocks);
+    DefaultStaticMemAllocator::deallocate(a, 10, second);
+    DefaultStaticMemAllocator::deallocate(b, 20, first);
+    EXPECT_EQ(0, MemAccount::sRead("MemTest::SameName").liveBytes);
+    EXPECT_EQ(0, MemAccount::sRead("MemTest::SameName").liveBlocks);
 }
 
 TEST(MemAccountTest, ReadAllListsTheAccountsInTheOrderTheyWereMade)

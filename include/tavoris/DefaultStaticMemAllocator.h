@@ -12,8 +12,8 @@ namespace Tavoris
 class DefaultStaticMemAllocator
 {
 public:
-    /// Allocates \p size bytes (at least one) counted on \p account.
-    /// \throws std::bad_alloc when the heap is exhausted.
+    /// Allocates \p size bytes (at least one) counted on \p account, a static text (see
+    /// MemAccount). \throws std::bad_alloc when the heap is exhausted.
     static void* allocate(size_t size, const char* account);
 
     /// Gives back a block of allocate(); \p size and \p account must be those of the allocation.

@@ -31,13 +31,15 @@ public:
         uint64_t totalBlocks;
     };
 
-    /// The account of that name, made on first use; \p name need not outlive the call.
+    /// The account of that name, made on first use. \p name is a static text (a literal, as a
+    /// class's getMemAccountName() returns): each thread finds its account again by the text's
+    /// address, and texts at other addresses with the same characters name the same account.
     /// A null name counts on the account "(unnamed)".
     static MemAccount& sGet(const char* name);
 
-    /// Counts a block of \p size bytes as allocated on the account \p name.
+    /// Counts a block of \p size bytes as allocated on the account \p name (a static text).
     static void sAdded(const char* name, size_t size);
-    /// Counts a block of \p size bytes as given back to the account \p name.
+    /// Counts a block of \p size bytes as given back to the account \p name (a static text).
     static void sRemoved(const char* name, size_t size);
 
     /// Reads one account: zeros when it was never used.

@@ -12,7 +12,8 @@ namespace Tavoris
 class NoSizeMemAllocator
 {
 public:
-    /// Allocates \p size bytes counted on \p account, aligned for any scalar type.
+    /// Allocates \p size bytes counted on \p account (a static text, see MemAccount), aligned
+    /// for any scalar type.
     /// \throws std::bad_alloc when the heap is exhausted.
     static void* allocate(size_t size, const char* account);
 
