@@ -470,26 +470,7 @@ ZnStringBuffer* ZnStringBuffer::parse(ZnInputStream& in, const char* delimiters)
     {
         return nullptr;
     }
-    ZnStringBuffer* target = (!sIsNullReceiver(this) && isUnshared() && m_capacity > n)
-                                 ? this
-                                 : sCreate(nullptr, 0, n + 1);
-    try
-    {
-        // A stream giving fewer bytes than it counted leaves a shorter token, never unread
-        // characters.
-        target->m_length = readInto(in, target->m_pData, n);
-    }
-    catch (...)
-    {
-        if (target != this)
-        {
-            delete target;
-        }
-        throw;
-    }
-    target->m_pData[target->m_length] = '\0';
-    target->m_hash.store(0, std::memory_order_relaxed);
-    return target;
+    return readCounted(in, n, false);
 }
 
 ZnStringBuffer* ZnStringBuffer::peek(ZnInputStream& in, const char* delimiters)
@@ -499,27 +480,8 @@ ZnStringBuffer* ZnStringBuffer::peek(ZnInputStream& in, const char* delimiters)
     {
         return nullptr;
     }
-    ZnStringBuffer* target = (!sIsNullReceiver(this) && isUnshared() && m_capacity > n)
-                                 ? this
-                                 : sCreate(nullptr, 0, n + 1);
-    try
-    {
-        // The white space before the token was consumed by the look ahead; the token is not.
-        in.mark(0xFFFFFFFFu);
-        target->m_length = readInto(in, target->m_pData, n);
-        in.reset();
-    }
-    catch (...)
-    {
-        if (target != this)
-        {
-            delete target;
-        }
-        throw;
-    }
-    target->m_pData[target->m_length] = '\0';
-    target->m_hash.store(0, std::memory_order_relaxed);
-    return target;
+    // The white space before the token was consumed by the look ahead; the token is not.
+    return readCounted(in, n, true);
 }
 
 ZnStringBuffer* ZnStringBuffer::read(ZnInputStream& in, unsigned int count)
@@ -528,13 +490,28 @@ ZnStringBuffer* ZnStringBuffer::read(ZnInputStream& in, unsigned int count)
     {
         return nullptr;
     }
+    return readCounted(in, count, false);
+}
+
+ZnStringBuffer* ZnStringBuffer::readCounted(ZnInputStream& in, unsigned int count, bool putBack)
+{
     // In place at count 0 or 1, as for assign: nobody but the caller can see the buffer.
     ZnStringBuffer* target = (!sIsNullReceiver(this) && isUnshared() && m_capacity > count)
                                  ? this
                                  : sCreate(nullptr, 0, count + 1);
     try
     {
+        if (putBack)
+        {
+            in.mark(0xFFFFFFFFu);
+        }
+        // A stream giving fewer bytes than it counted leaves a shorter text, never unread
+        // characters.
         target->m_length = readInto(in, target->m_pData, count);
+        if (putBack)
+        {
+            in.reset();
+        }
     }
     catch (...)
     {
