@@ -470,7 +470,7 @@ ZnStringBuffer* ZnStringBuffer::parse(ZnInputStream& in, const char* delimiters)
     {
         return nullptr;
     }
-    return readCounted(in, n, false);
+    return sReadCounted(this, in, n, false);
 }
 
 ZnStringBuffer* ZnStringBuffer::peek(ZnInputStream& in, const char* delimiters)
@@ -481,7 +481,7 @@ ZnStringBuffer* ZnStringBuffer::peek(ZnInputStream& in, const char* delimiters)
         return nullptr;
     }
     // The white space before the token was consumed by the look ahead; the token is not.
-    return readCounted(in, n, true);
+    return sReadCounted(this, in, n, true);
 }
 
 ZnStringBuffer* ZnStringBuffer::read(ZnInputStream& in, unsigned int count)
@@ -490,15 +490,17 @@ ZnStringBuffer* ZnStringBuffer::read(ZnInputStream& in, unsigned int count)
     {
         return nullptr;
     }
-    return readCounted(in, count, false);
+    return sReadCounted(this, in, count, false);
 }
 
-ZnStringBuffer* ZnStringBuffer::readCounted(ZnInputStream& in, unsigned int count, bool putBack)
+ZnStringBuffer* ZnStringBuffer::sReadCounted(ZnStringBuffer* receiver, ZnInputStream& in,
+                                             unsigned int count, bool putBack)
 {
     // In place at count 0 or 1, as for assign: nobody but the caller can see the buffer.
-    ZnStringBuffer* target = (!sIsNullReceiver(this) && isUnshared() && m_capacity > count)
-                                 ? this
-                                 : sCreate(nullptr, 0, count + 1);
+    ZnStringBuffer* target =
+        (!sIsNullReceiver(receiver) && receiver->isUnshared() && receiver->m_capacity > count)
+            ? receiver
+            : sCreate(nullptr, 0, count + 1);
     try
     {
         if (putBack)
@@ -515,7 +517,7 @@ ZnStringBuffer* ZnStringBuffer::readCounted(ZnInputStream& in, unsigned int coun
     }
     catch (...)
     {
-        if (target != this)
+        if (target != receiver)
         {
             delete target;
         }

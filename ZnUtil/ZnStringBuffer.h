@@ -142,9 +142,11 @@ private:
     /// Matches the allocation above should a constructor throw.
     static void operator delete(void* p, size_t size, size_t extra);
 
-    /// Reads \p count bytes of \p in into the receiver when it may be changed in place and holds
-    /// them, else into a new buffer; with \p putBack the stream is left where it was.
-    ZnStringBuffer* readCounted(ZnInputStream& in, unsigned int count, bool putBack);
+    /// Reads \p count bytes of \p in into \p receiver (possibly null) when it may be changed in
+    /// place and holds them, else into a new buffer; with \p putBack the stream is left where it
+    /// was. Static, so that a null receiver is never called through.
+    static ZnStringBuffer* sReadCounted(ZnStringBuffer* receiver, ZnInputStream& in,
+                                        unsigned int count, bool putBack);
 
     /// True when a change may be made in place: nobody but the caller holds the buffer.
     bool isUnshared() const { return getRefCount() <= 1; }
