@@ -21,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/Descriptors.h"
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -73,43 +74,8 @@ bool isFilenameExpected(const ZnHandle<ZnException>& e)
            std::string(failure->getFile()) == "ZnFileOutputStream";
 }
 
-bool isOpen(int fd)
-{
-    return fcntl(fd, F_GETFD) != -1;
-}
-
-/// The descriptors of this process that refer to \p path.
-std::vector<int> descriptorsOn(const std::string& path)
-{
-    std::vector<int> found;
-    DIR* dir = opendir("/proc/self/fd");
-    if (dir == nullptr)
-    {
-        return found;
-    }
-    const int own = dirfd(dir);
-    for (dirent* entry = readdir(dir); entry != nullptr; entry = readdir(dir))
-    {
-        if (entry->d_name[0] == '.')
-        {
-            continue;
-        }
-        const int fd = atoi(entry->d_name);
-        if (fd == own)
-        {
-            continue;
-        }
-        char target[4096];
-        const std::string link = std::string("/proc/self/fd/") + entry->d_name;
-        const ssize_t n = readlink(link.c_str(), target, sizeof target - 1);
-        if (n > 0 && std::string(target, static_cast<size_t>(n)) == path)
-        {
-            found.push_back(fd);
-        }
-    }
-    closedir(dir);
-    return found;
-}
+using ZnTest::descriptorsOn;
+using ZnTest::isOpen;
 
 /// The whole content of the file \p path.
 std::string contentOf(const std::string& path)
