@@ -144,6 +144,29 @@ void ZnTokenTable::clear()
     unlockAll();
 }
 
+void ZnTokenTable::collectElements(std::vector<ZnHandle<ZnObject>>& out) const
+{
+    lockAll();
+    try
+    {
+        ZnHashTableBase::Iterator items(const_cast<ZnTokenTable&>(*this));
+        while (void* item = items.next())
+        {
+            ZnObject* value = static_cast<Entry*>(item)->value;
+            if (value != nullptr)
+            {
+                out.push_back(ZnHandle<ZnObject>(value));
+            }
+        }
+    }
+    catch (...)
+    {
+        unlockAll();
+        throw;
+    }
+    unlockAll();
+}
+
 void ZnTokenTable::mClear()
 {
     ZnHashTableBase::Iterator items(*this);

@@ -6,6 +6,7 @@
 #include "ZnUtil/ZnHashTableBase.h"
 
 #include <cstddef>
+#include <vector>
 
 class ZnOutputStream;
 
@@ -112,6 +113,10 @@ public:
 
     /// Removes every entry under all the locks, releasing each value.
     void clear();
+
+    /// Appends a handle on every non-null value to \p out, taken under all the locks: a safe
+    /// walk of a table that other threads change meanwhile.
+    void collectElements(std::vector<ZnHandle<ZnObject>>& out) const;
 
     /// An iterator over the tokens. Takes no lock.
     KeyIterator keys() { return KeyIterator(*this); }

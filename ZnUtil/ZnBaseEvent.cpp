@@ -1,0 +1,3 @@
+#include "ZnUtil/ZnBaseEvent.h"
+
+ZnBaseEvent::~ZnBaseEvent() = default;

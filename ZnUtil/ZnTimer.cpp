@@ -1,0 +1,3 @@
+#include "ZnUtil/ZnTimer.h"
+
+ZnTimer::~ZnTimer() = default;
