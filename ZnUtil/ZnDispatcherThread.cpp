@@ -18,6 +18,9 @@ ZnDispatcherThread::ZnDispatcherThread(ZnThread* aSignalThread, unsigned int aMa
                                        ZnEventQueue::Policy aPolicy)
     : m_pool(ZnHandle<ZnThread>(aSignalThread), aMaximumPoolThreads), m_queue(aPolicy)
 {
+    // The logger is made now, before any release at exit is registered for this dispatcher:
+    // releases at exit run in reverse order, and the destructor's trace needs the logger.
+    dispatcherLogger();
 }
 
 ZnDispatcherThread::~ZnDispatcherThread()

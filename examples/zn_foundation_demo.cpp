@@ -1,11 +1,16 @@
 // A short tour of the library's foundation, as a host would use it: counted objects and handles,
 // copy-on-write strings, exceptions, logging configured from a properties file, the parameter
-// catalogue and a read-only configuration. It prints what it does.
+// catalogue and a read-only configuration, one-shot timers, and the process-wide shutdown that
+// ends the program. It prints what it does.
 #include "ZnUtil/ZnAssertionFailure.h"
 #include "ZnUtil/ZnException.h"
 #include "ZnUtil/ZnHandle.h"
+#include "ZnUtil/ZnMonitorThread.h"
+#include "ZnUtil/ZnObserver.h"
+#include "ZnUtil/ZnProcess.h"
 #include "ZnUtil/ZnSocketError.h"
 #include "ZnUtil/ZnString.h"
+#include "ZnUtil/ZnTimer.h"
 
 #include "tavoris/LogSite.h"
 #include "tavoris/MemAccount.h"
@@ -15,6 +20,7 @@
 #include <log4cplus/configurator.h>
 #include <log4cplus/initializer.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -127,6 +133,43 @@ void showConfiguration()
                 enabled ? "on" : "off");
 }
 
+/// Counts the timers it is told of; the last one ends the program through the library's shutdown.
+class TimerWatcher : public ZnObserver
+{
+public:
+    explicit TimerWatcher(int expected) : m_remaining(expected) {}
+
+    void onNotification(ZnHandle<ZnObservable>, ZnHandle<ZnObject> aArgument) override
+    {
+        // Timers given no argument bring their due time as a ZnTimer.
+        ZnTimer* timer = dynamic_cast<ZnTimer*>(static_cast<ZnObject*>(aArgument));
+        std::printf("timer fired on a pool worker%s\n",
+                    timer != nullptr ? " (its argument is its due time)" : "");
+        std::fflush(stdout);
+        if (m_remaining.fetch_sub(1) == 1)
+        {
+            std::printf("last timer: shutting the process down\n");
+            std::fflush(stdout);
+            ZnThread::sAsyncShutdown();
+        }
+    }
+
+private:
+    std::atomic<int> m_remaining;
+};
+
+void showTimers(ZnObserver* watcher)
+{
+    std::printf("-- timers\n");
+    for (unsigned int delay : {30U, 10U, 20U})
+    {
+        ZnMonitorThread::sMonitorTime(delay, watcher, nullptr);
+    }
+    std::printf("three timers set (30, 10 and 20 ms); the process thread now sleeps until "
+                "shutdown\n");
+    std::fflush(stdout);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -149,6 +192,15 @@ int main(int argc, char** argv)
     std::printf("-- memory: %lld string blocks, %lld bytes live\n",
                 static_cast<long long>(strings.liveBlocks),
                 static_cast<long long>(strings.liveBytes));
+
+    // This thread becomes the process's thread, and main() returns once every library thread
+    // has ended.
+    ZnProcess* process = ZnProcess::sGetCurrent();
+    ZnHandle<ZnObserver> watcher(new TimerWatcher(3));
+    showTimers(watcher);
+    const int result = process->main();
+    std::printf("-- shutdown complete: %u threads left in the table\n",
+                ZnThread::sGetThreadTableSize());
     TAVORIS_LOG_INFO(demoLogger(), "done");
-    return 0;
+    return result;
 }

@@ -431,4 +431,60 @@ TEST(ZnTokenTableTest, DisplayIsClassNameAndNewline)
     EXPECT_EQ(out.flushes(), 1);
 }
 
+TEST(ZnTokenTableTest, CollectElementsHandsOutEveryNonNullValueWithAReference)
+{
+    std::atomic<int> destroyed(0);
+    ZnTokenTable table(7);
+    Value* first = new Value(&destroyed);
+    Value* second = new Value(&destroyed);
+    table.put(1, first);
+    table.put(8, second); // same bucket as token 1
+    table.put(3, nullptr);
+
+    std::vector<ZnHandle<ZnObject>> values;
+    table.collectElements(values);
+
+    ASSERT_EQ(values.size(), 2u);
+    std::set<ZnObject*> seen;
+    for (const ZnHandle<ZnObject>& value : values)
+    {
+        seen.insert(static_cast<ZnObject*>(value));
+    }
+    EXPECT_EQ(seen, (std::set<ZnObject*>{first, second}));
+    EXPECT_EQ(first->getRefCount(), 2u);
+
+    // The collected handles keep the values alive after the table let them go.
+    table.clear();
+    EXPECT_EQ(destroyed.load(), 0);
+    values.clear();
+    EXPECT_EQ(destroyed.load(), 2);
+}
+
+TEST(ZnTokenTableTest, CollectElementsWhileOtherThreadsPutAndRemoveSeesWholeValues)
+{
+    ZnTokenTable table;
+    std::atomic<bool> stop(false);
+    std::thread writer(
+        [&]
+        {
+            for (unsigned int round = 0; !stop.load(); ++round)
+            {
+                unsigned int token = round % 64;
+                table.put(token, new Value());
+                table.remove((token + 32) % 64);
+            }
+        });
+    for (int pass = 0; pass < 2000; ++pass)
+    {
+        std::vector<ZnHandle<ZnObject>> values;
+        table.collectElements(values);
+        for (const ZnHandle<ZnObject>& value : values)
+        {
+            ASSERT_GE(value->getRefCount(), 1u);
+        }
+    }
+    stop.store(true);
+    writer.join();
+}
+
 } // namespace
