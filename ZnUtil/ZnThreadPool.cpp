@@ -17,6 +17,19 @@ ZnThreadPool::ZnThreadPool(ZnHandle<ZnThread> aSignalThread, unsigned int aMaxim
 
 ZnThreadPool::~ZnThreadPool()
 {
+    // Idle workers are let go and told to end; they no longer come back to this pool.
+    std::vector<ZnWorkerThread*> idle;
+    lock();
+    idle.swap(m_available);
+    for (ZnWorkerThread* worker : idle)
+    {
+        worker->m_pPool.store(nullptr);
+    }
+    unlock();
+    for (ZnWorkerThread* worker : idle)
+    {
+        worker->terminate();
+    }
     ZnMutex::sRecycle(m_pMutex);
 }
 

@@ -20,7 +20,9 @@ class ZnWorkerThread;
 /// back-pressure: a full pool slows its caller down instead of queueing without limit.
 ///
 /// Ownership: workers own themselves through the thread table; the pool keeps plain pointers to
-/// the idle ones. The signal thread is held by a handle for the pool's owner.
+/// the idle ones, and when it goes it tells them to end. A worker busy with a job still comes
+/// back to its pool afterwards: the pool must outlive the jobs it handed out. The signal thread
+/// is held by a handle for the pool's owner.
 /// Thread safety: the stack of idle workers is under the pool's mutex; the counts are read and
 /// written outside it, so getBusyCount() is approximate. Two callers may together make one worker
 /// more than the maximum each.

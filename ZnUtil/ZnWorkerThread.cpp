@@ -86,13 +86,14 @@ void ZnWorkerThread::run()
                                       << e->getMessage());
             }
         }
-        if (m_pPool != nullptr)
+        if (ZnThreadPool* pool = m_pPool.load())
         {
-            m_pPool->makeAvailable(this);
+            pool->makeAvailable(this);
         }
     }
-    if (m_pPool != nullptr && !sShuttingDown())
+    ZnThreadPool* pool = m_pPool.load();
+    if (pool != nullptr && !sShuttingDown())
     {
-        m_pPool->remove(this);
+        pool->remove(this);
     }
 }

@@ -4,6 +4,8 @@
 
 #include "ZnUtil/ZnThread.h"
 
+#include <atomic>
+
 class ZnThreadPool;
 
 /// A pool worker. A job is handed over by writing it into the worker and signalling it; after the
@@ -43,6 +45,8 @@ public:
     unsigned int getJobKind() const { return m_jobKind; }
 
 private:
+    friend class ZnThreadPool;
+
     /// Runs the job held; the caller catches what it raises.
     void mRunJob();
 
@@ -50,7 +54,7 @@ private:
     ZnHandle<ZnObservable> m_hJobSource;
     ZnHandle<ZnObserver> m_hJobObserver;
     ZnHandle<ZnObject> m_hJobArgument;
-    ZnThreadPool* m_pPool;
+    std::atomic<ZnThreadPool*> m_pPool; // null once the pool has let go of an idle worker
 };
 
 #endif // ZNUTIL_ZNWORKERTHREAD_H
