@@ -4,10 +4,10 @@
 
 void ZnAutoResetEvent::set()
 {
-    {
-        std::lock_guard<std::mutex> guard(m_mutex);
-        m_bSet = true;
-    }
+    std::lock_guard<std::mutex> guard(m_mutex);
+    m_bSet = true;
+    // Notified under the lock: a waiter that wakes may end its thread and destroy this event
+    // as soon as the lock is free.
     m_condition.notify_one();
 }
 

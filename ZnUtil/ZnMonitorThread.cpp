@@ -55,7 +55,7 @@ void ZnMonitorThread::sReleaseDefault(void* aMonitor, void*)
 {
     ZnMonitorThread* monitor = static_cast<ZnMonitorThread*>(aMonitor);
     // A monitor whose thread still runs at exit is left to it.
-    if (monitor->getState() == STATE_DETACHED)
+    if (monitor->getState() == STATE_DETACHED && sGetThreadTableSize() == 0)
     {
         s_defaultMonitor.store(nullptr);
         monitor->Release();

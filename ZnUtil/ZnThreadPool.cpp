@@ -84,6 +84,12 @@ ZnWorkerThread* ZnThreadPool::createThread()
 
 ZnWorkerThread* ZnThreadPool::getAvailable()
 {
+    // Idle workers were told to end when shutdown began: none is handed out any more, and late
+    // notifications run on their caller.
+    if (ZnThread::sShuttingDown())
+    {
+        return nullptr;
+    }
     ZnWorkerThread* worker = nullptr;
     lock();
     if (!m_available.empty())
@@ -131,6 +137,18 @@ void ZnThreadPool::remove(ZnWorkerThread* aWorker)
     {
         m_available.erase(found);
         m_threadCount.fetch_sub(1);
+    }
+    unlock();
+}
+
+void ZnThreadPool::forget(ZnWorkerThread* aWorker)
+{
+    lock();
+    std::vector<ZnWorkerThread*>::iterator found =
+        std::find(m_available.begin(), m_available.end(), aWorker);
+    if (found != m_available.end())
+    {
+        m_available.erase(found);
     }
     unlock();
 }

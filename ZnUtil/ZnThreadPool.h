@@ -78,6 +78,8 @@ private:
     void makeAvailable(ZnWorkerThread* aWorker);
     /// Takes \p aWorker off the stack, if it is there, and counts it gone.
     void remove(ZnWorkerThread* aWorker);
+    /// Takes \p aWorker off the stack, if it is there, leaving the count as it is.
+    void forget(ZnWorkerThread* aWorker);
 
     /// Runs a job of kind \p aKind on the calling thread, reporting nothing of what it raises.
     void mDoItYourSelf(unsigned int aKind, ZnObservable* aSource, ZnObserver* aObserver,

@@ -40,8 +40,10 @@ ZnTimerDispatcher* ZnTimerDispatcher::getInstance()
 void ZnTimerDispatcher::sRelease(void* aDispatcher, void*)
 {
     ZnTimerDispatcher* dispatcher = static_cast<ZnTimerDispatcher*>(aDispatcher);
-    // A dispatcher whose thread still runs at exit is left to it.
-    if (dispatcher->getState() == STATE_DETACHED)
+    // A dispatcher is released at exit only after a completed shutdown: before that, its
+    // thread or its pool's workers may still run, and waking them now would have them log
+    // through loggers that exit is taking down.
+    if (dispatcher->getState() == STATE_DETACHED && sShuttingDown() && sGetThreadTableSize() == 0)
     {
         ZnTimerDispatcher* self = dispatcher;
         s_instance.compare_exchange_strong(self, nullptr);

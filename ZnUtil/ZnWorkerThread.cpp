@@ -96,4 +96,9 @@ void ZnWorkerThread::run()
     {
         pool->remove(this);
     }
+    else if (pool != nullptr)
+    {
+        // During shutdown the worker still counts, but an ending worker must not be handed out.
+        pool->forget(this);
+    }
 }
