@@ -193,6 +193,9 @@ int ZnThread::main()
     TAVORIS_TRACE_SCOPE(threadLogger(), "ZnThread::main");
     ZnThread* const process = ZnProcess::sm_pTheOneAndOnly.load();
     const bool isProcess = this == process;
+    // The token this run enters the table under, and leaves it under: once STATE_DETACHED is
+    // stored, a new fork() may write the next run's token before this one has left the table.
+    const unsigned int token = getToken();
     if (!isProcess)
     {
         sAddThread(this);
@@ -235,7 +238,10 @@ int ZnThread::main()
         TAVORIS_TRACE_SCOPE(threadLogger(), "this != ZnProcess::sm_pTheOneAndOnly");
         // The object may be gone after this; only the copies taken above are used below. (The
         // start function still holds one reference here, but the process's main() does not.)
-        sRemoveThread(this);
+        if (ZnTokenTable* table = sm_pThreadTable.load())
+        {
+            table->remove(token);
+        }
     }
     if (fs_bShutDown.load() && !isProcess && process != nullptr)
     {
