@@ -1,0 +1,3 @@
+#include "ZnUtil/ZnSocket.h"
+
+ZnSocket::~ZnSocket() = default;
