@@ -23,6 +23,9 @@ ZnEventQueue::ZnEventQueue(Policy aPolicy)
       m_pMutex(aPolicy == POLICY_MULTI_PRODUCER ? ZnMutex::sAllocate() : nullptr),
       m_bProducerSeen(false), m_producerThreadId(0)
 {
+    // The logger is made here, on the owner's thread, and not first on the consumer's thread,
+    // which nothing orders against its release at exit.
+    queueLogger();
 }
 
 ZnEventQueue::~ZnEventQueue()

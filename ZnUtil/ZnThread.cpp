@@ -12,6 +12,8 @@
 #include "ZnUtil/ZnSystemError.h"
 #include "ZnUtil/ZnTimerDispatcher.h"
 #include "ZnUtil/ZnTokenTable.h"
+#include "ZnUtil/ZnUDPIDispatcher.h"
+#include "ZnUtil/ZnUDPODispatcher.h"
 
 #include "tavoris/Assertion.h"
 #include "tavoris/LogSite.h"
@@ -424,6 +426,14 @@ void ZnThread::sWakeUpEventQueues()
     if (ZnEventQueue* timerQueue = ZnTimerDispatcher::getTimerEventQueue())
     {
         timerQueue->WakeUpAll();
+    }
+    if (ZnEventQueue* udpInputQueue = ZnUDPIDispatcher::getUDPEventQueue())
+    {
+        udpInputQueue->WakeUpAll();
+    }
+    if (ZnEventQueue* udpOutputQueue = ZnUDPODispatcher::getUDPEventQueue())
+    {
+        udpOutputQueue->WakeUpAll();
     }
 }
 
