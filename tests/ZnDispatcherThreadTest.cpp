@@ -22,15 +22,18 @@
 #include <vector>
 
 #include "support/CapturingAppender.h"
+#include "support/CountedEvent.h"
+#include "support/WaitUntil.h"
 
 namespace
 {
 
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
+using ZnTest::CountedEvent;
+using ZnTest::DestructionLog;
+using ZnTest::waitUntil;
 
-/// A bound for what is expected at once; only a failing test waits that long.
-const Clock::duration kBound = 10s;
 /// Three slices and more of the queue: long enough to see that something does not happen.
 const Clock::duration kQuietWindow = 300ms;
 
@@ -41,65 +44,6 @@ const char* const kNullEventAssertion = "Assertion failed: pEvent != 0";
 
 /// The event number on which the test dispatcher's process() raises.
 const int kThrowingId = 666;
-
-/// Polls \p pred until it holds or \p bound has passed. \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, Clock::duration bound = kBound)
-{
-    const Clock::time_point deadline = Clock::now() + bound;
-    while (!pred())
-    {
-        if (Clock::now() >= deadline)
-        {
-            return pred();
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
-
-/// Which events were destroyed, in order.
-class DestructionLog
-{
-public:
-    void note(int id)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_ids.push_back(id);
-    }
-
-    std::vector<int> ids() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_ids;
-    }
-
-    size_t count() const { return ids().size(); }
-
-    bool has(int id) const
-    {
-        const std::vector<int> all = ids();
-        return std::find(all.begin(), all.end(), id) != all.end();
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::vector<int> m_ids;
-};
-
-/// An event with a number that tells its destruction to a log.
-class TestEvent : public ZnBaseEvent
-{
-public:
-    TestEvent(int id, DestructionLog* log) : m_id(id), m_log(log) {}
-    ~TestEvent() override { m_log->note(m_id); }
-
-    int getId() const { return m_id; }
-
-private:
-    int m_id;
-    DestructionLog* m_log;
-};
 
 /// One call of process().
 struct ProcessCall
@@ -124,7 +68,7 @@ public:
 
     void process(ZnBaseEvent* aEvent) override
     {
-        const TestEvent* event = dynamic_cast<const TestEvent*>(aEvent);
+        const CountedEvent* event = dynamic_cast<const CountedEvent*>(aEvent);
         const int id = event == nullptr ? -1 : event->getId();
         {
             std::lock_guard<std::mutex> lock(m_mutex);
@@ -209,6 +153,15 @@ public:
 
     Dispatcher* operator->() const { return m_dispatcher; }
     Dispatcher* get() const { return m_dispatcher; }
+
+    /// Forks the dispatcher and hands it event 1, which tells its destruction to \p log.
+    /// \return true once process() has had the event.
+    bool forkWithOneEvent(DestructionLog& log)
+    {
+        m_dispatcher->fork();
+        m_dispatcher->addEvent(new CountedEvent(1, &log));
+        return waitUntil([this] { return m_dispatcher->processed() == 1; });
+    }
 
     /// Tells the dispatcher to end and wakes its queue. \return true once it is detached.
     bool end()
@@ -299,8 +252,8 @@ TEST(ZnDispatcherThreadTest, GetEventTakesFromTheOwnQueue)
 {
     DestructionLog log;
     DispatcherHolder<> dispatcher(new RecordingDispatcher(&log));
-    TestEvent* first = new TestEvent(1, &log);
-    TestEvent* second = new TestEvent(2, &log);
+    CountedEvent* first = new CountedEvent(1, &log);
+    CountedEvent* second = new CountedEvent(2, &log);
     dispatcher->addEvent(first);
     dispatcher->addEvent(second);
     EXPECT_EQ(2u, dispatcher->getEventQueue()->getSize());
@@ -328,7 +281,7 @@ TEST(ZnDispatcherThreadTest, AddEventOfNullTripsTheAssertionAndQueuesNothing)
     EXPECT_EQ(0u, dispatcher->getEventQueue()->getWriteIndex());
 
     // A real event after it is the first in the queue.
-    TestEvent* event = new TestEvent(1, &log);
+    CountedEvent* event = new CountedEvent(1, &log);
     dispatcher->addEvent(event);
     std::unique_ptr<ZnBaseEvent> taken(dispatcher->getEvent());
     EXPECT_EQ(event, taken.get());
@@ -341,7 +294,7 @@ TEST(ZnDispatcherThreadTest, EventsLeftInTheQueueGoWithTheDispatcherUnprocessed)
         DispatcherHolder<> dispatcher(new RecordingDispatcher(&log));
         for (int id = 1; id <= 3; ++id)
         {
-            dispatcher->addEvent(new TestEvent(id, &log));
+            dispatcher->addEvent(new CountedEvent(id, &log));
         }
         EXPECT_EQ(0u, log.count());
         EXPECT_TRUE(dispatcher.release());
@@ -398,7 +351,7 @@ TEST(ZnDispatcherThreadTest, EventsAreProcessedInOrderOnTheDispatcherThread)
     ASSERT_NE(0u, token);
     for (int id = 1; id <= 20; ++id)
     {
-        dispatcher->addEvent(new TestEvent(id, &log));
+        dispatcher->addEvent(new CountedEvent(id, &log));
     }
     ASSERT_TRUE(waitUntil([&] { return dispatcher->processed() == 20; }));
     const std::vector<ProcessCall> calls = dispatcher->calls();
@@ -421,13 +374,11 @@ TEST(ZnDispatcherThreadTest, LastEventHandledStaysAliveUntilTheNextArrives)
 {
     DestructionLog log;
     DispatcherHolder<> dispatcher(new RecordingDispatcher(&log));
-    dispatcher->fork();
-    dispatcher->addEvent(new TestEvent(1, &log));
-    ASSERT_TRUE(waitUntil([&] { return dispatcher->processed() == 1; }));
+    ASSERT_TRUE(dispatcher.forkWithOneEvent(log));
     // process(1) has returned long since, and the queue is idle: event 1 lives on.
     EXPECT_FALSE(waitUntil([&] { return log.has(1); }, kQuietWindow));
 
-    dispatcher->addEvent(new TestEvent(2, &log));
+    dispatcher->addEvent(new CountedEvent(2, &log));
     ASSERT_TRUE(waitUntil([&] { return dispatcher->processed() == 2; }));
     const std::vector<ProcessCall> calls = dispatcher->calls();
     ASSERT_EQ(2u, calls.size());
@@ -445,9 +396,7 @@ TEST(ZnDispatcherThreadTest, TerminateAndWakeUpEndTheDispatcherAndDeleteTheCurre
 {
     DestructionLog log;
     DispatcherHolder<> dispatcher(new RecordingDispatcher(&log));
-    dispatcher->fork();
-    dispatcher->addEvent(new TestEvent(1, &log));
-    ASSERT_TRUE(waitUntil([&] { return dispatcher->processed() == 1; }));
+    ASSERT_TRUE(dispatcher.forkWithOneEvent(log));
     EXPECT_FALSE(log.has(1));
 
     dispatcher->terminate();
@@ -462,9 +411,7 @@ TEST(ZnDispatcherThreadTest, TerminateAloneEndsTheDispatcherAtTheNextSlice)
 {
     DestructionLog log;
     DispatcherHolder<> dispatcher(new RecordingDispatcher(&log));
-    dispatcher->fork();
-    dispatcher->addEvent(new TestEvent(1, &log));
-    ASSERT_TRUE(waitUntil([&] { return dispatcher->processed() == 1; }));
+    ASSERT_TRUE(dispatcher.forkWithOneEvent(log));
     dispatcher->terminate();
     EXPECT_TRUE(waitUntil([&] { return dispatcher->getState() == ZnThread::STATE_DETACHED; }, 5s));
     EXPECT_EQ((std::vector<int>{1}), log.ids());
@@ -476,9 +423,7 @@ TEST(ZnDispatcherThreadTest, EndingBeforeShutdownLogsTheWarning)
     ZnTest::LogCapture cap(kDispatcherLogger, Tavoris::TRACE_LOG_LEVEL);
     DestructionLog log;
     DispatcherHolder<> dispatcher(new RecordingDispatcher(&log));
-    dispatcher->fork();
-    dispatcher->addEvent(new TestEvent(1, &log));
-    ASSERT_TRUE(waitUntil([&] { return dispatcher->processed() == 1; }));
+    ASSERT_TRUE(dispatcher.forkWithOneEvent(log));
     EXPECT_TRUE(cap.find("exiting before shutdown").empty());
     ASSERT_TRUE(dispatcher.end());
     const auto warnings = cap.find("exiting before shutdown");
@@ -509,9 +454,7 @@ TEST(ZnDispatcherThreadTest, AtExitIsCalledOnceOnTheDispatcherThreadWhenRunEnds)
 {
     DestructionLog log;
     DispatcherHolder<> dispatcher(new RecordingDispatcher(&log));
-    dispatcher->fork();
-    dispatcher->addEvent(new TestEvent(1, &log));
-    ASSERT_TRUE(waitUntil([&] { return dispatcher->processed() == 1; }));
+    ASSERT_TRUE(dispatcher.forkWithOneEvent(log));
     EXPECT_EQ(0, dispatcher->atExitCalls());
     ASSERT_TRUE(dispatcher.end());
     EXPECT_EQ(1, dispatcher->atExitCalls());
@@ -524,9 +467,7 @@ TEST(ZnDispatcherThreadTest, SignalThreadIsReleasedWhenRunEnds)
     std::atomic<bool> signalThreadGone{false};
     DispatcherHolder<> dispatcher(
         new RecordingDispatcher(&log, new IdleThread(&signalThreadGone), 2));
-    dispatcher->fork();
-    dispatcher->addEvent(new TestEvent(1, &log));
-    ASSERT_TRUE(waitUntil([&] { return dispatcher->processed() == 1; }));
+    ASSERT_TRUE(dispatcher.forkWithOneEvent(log));
     EXPECT_FALSE(dispatcher->getThreadPool()->getSignalThread().isNil());
     EXPECT_FALSE(signalThreadGone.load());
 
@@ -544,9 +485,7 @@ TEST(ZnDispatcherThreadTest, DispatcherThatSignalsItselfIsFreedAfterItEnds)
               static_cast<ZnThread*>(dispatcher->getThreadPool()->getSignalThread()));
     // The test's handle and the pool's.
     EXPECT_EQ(2u, dispatcher->getRefCount());
-    dispatcher->fork();
-    dispatcher->addEvent(new TestEvent(1, &log));
-    ASSERT_TRUE(waitUntil([&] { return dispatcher->processed() == 1; }));
+    ASSERT_TRUE(dispatcher.forkWithOneEvent(log));
 
     ASSERT_TRUE(dispatcher.end());
     EXPECT_TRUE(dispatcher->getThreadPool()->getSignalThread().isNil());
@@ -563,9 +502,7 @@ TEST(ZnDispatcherThreadTest, NullFromTheQueueEndsTheLoopWithoutTerminate)
     ZnTest::LogCapture cap(kDispatcherLogger, Tavoris::TRACE_LOG_LEVEL);
     DestructionLog log;
     DispatcherHolder<> dispatcher(new RecordingDispatcher(&log));
-    dispatcher->fork();
-    dispatcher->addEvent(new TestEvent(1, &log));
-    ASSERT_TRUE(waitUntil([&] { return dispatcher->processed() == 1; }));
+    ASSERT_TRUE(dispatcher.forkWithOneEvent(log));
 
     // Not told to exit: the empty slot a wake-up lets it take is enough to end it.
     dispatcher->getEventQueue()->WakeUpAll();
@@ -583,9 +520,9 @@ TEST(ZnDispatcherThreadTest, ExceptionFromProcessEndsTheThread)
 {
     DestructionLog log;
     DispatcherHolder<> dispatcher(new RecordingDispatcher(&log));
-    dispatcher->addEvent(new TestEvent(1, &log));
-    dispatcher->addEvent(new TestEvent(kThrowingId, &log));
-    dispatcher->addEvent(new TestEvent(3, &log));
+    dispatcher->addEvent(new CountedEvent(1, &log));
+    dispatcher->addEvent(new CountedEvent(kThrowingId, &log));
+    dispatcher->addEvent(new CountedEvent(3, &log));
     dispatcher->fork();
     ASSERT_TRUE(dispatcher.waitForDetached());
     EXPECT_EQ((std::vector<int>{1, kThrowingId}), idsOf(dispatcher->calls()));
@@ -602,9 +539,9 @@ TEST(ZnDispatcherThreadTest, ExceptionFromProcessReachesMainWhichReturnsMinusOne
 {
     DestructionLog log;
     DispatcherHolder<> dispatcher(new RecordingDispatcher(&log));
-    dispatcher->addEvent(new TestEvent(1, &log));
-    dispatcher->addEvent(new TestEvent(kThrowingId, &log));
-    dispatcher->addEvent(new TestEvent(3, &log));
+    dispatcher->addEvent(new CountedEvent(1, &log));
+    dispatcher->addEvent(new CountedEvent(kThrowingId, &log));
+    dispatcher->addEvent(new CountedEvent(3, &log));
     // The body of the thread, entered as fork's thread would, to read its result.
     int result = 0;
     std::thread body([&] { result = dispatcher->main(); });
@@ -620,7 +557,7 @@ TEST(ZnDispatcherThreadTest, MainOfADispatcherEndedNormallyReturnsZero)
 {
     DestructionLog log;
     DispatcherHolder<> dispatcher(new RecordingDispatcher(&log));
-    dispatcher->addEvent(new TestEvent(1, &log));
+    dispatcher->addEvent(new CountedEvent(1, &log));
     // A wake-up with nothing behind event 1 ends the loop when event 1 is done.
     dispatcher->getEventQueue()->WakeUpAll();
     int result = -2;

@@ -4,7 +4,6 @@
 #include "ZnUtil/ZnGhbnError.h"
 #include "ZnUtil/ZnHandle.h"
 #include "ZnUtil/ZnObject.h"
-#include "ZnUtil/ZnOutputStream.h"
 #include "ZnUtil/ZnSocketError.h"
 #include "ZnUtil/ZnString.h"
 #include "ZnUtil/ZnStringBuffer.h"
@@ -22,31 +21,12 @@
 #include <string>
 
 #include "support/CapturingAppender.h"
+#include "support/StringOutputStream.h"
 
 namespace
 {
 
-/// An output stream that appends to a string and counts flushes; it also notes whether
-/// anything was written after the last flush.
-class StringOutputStream : public ZnOutputStream
-{
-public:
-    void write(int aByte) override
-    {
-        text.push_back(static_cast<char>(aByte));
-        writtenSinceFlush = true;
-    }
-    void flush() override
-    {
-        ++flushes;
-        writtenSinceFlush = false;
-    }
-    using ZnOutputStream::write;
-
-    std::string text;
-    int flushes = 0;
-    bool writtenSinceFlush = false;
-};
+using ZnTest::StringOutputStream;
 
 /// A class of its own, to show that the bare run-time class name is printed.
 class DisplayProbe : public ZnObject

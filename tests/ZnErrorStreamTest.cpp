@@ -18,12 +18,14 @@
 #include <thread>
 #include <vector>
 
+#include "support/DefaultErrorStream.h"
 #include "support/RecordingOutputStream.h"
 
 namespace
 {
 
 using RecordingStream = ZnTest::RecordingOutputStream;
+using ZnTest::DefaultErrorStreamScope;
 
 /// Sends std::cerr into a string for the life of the object, counting flushes.
 class CerrCapture
@@ -48,26 +50,6 @@ private:
 
     CountingBuffer m_buffer;
     std::streambuf* m_old;
-};
-
-/// Makes a stream the default error stream for the life of the object, then puts the previous
-/// one back.
-class DefaultErrorStreamScope
-{
-public:
-    explicit DefaultErrorStreamScope(ZnErrorStream* stream)
-        : m_stream(stream), m_previous(ZnErrorStream::sSetDefault(stream))
-    {
-    }
-    ~DefaultErrorStreamScope()
-    {
-        ZnErrorStream::sSetDefault(m_previous);
-        delete m_stream;
-    }
-
-private:
-    ZnErrorStream* m_stream;
-    ZnErrorStream* m_previous;
 };
 
 /// Gives three bytes, then fails.

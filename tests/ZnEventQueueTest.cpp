@@ -1,9 +1,7 @@
 #include "ZnUtil/ZnEventQueue.h"
 
 #include "ZnUtil/ZnBaseEvent.h"
-#include "ZnUtil/ZnHandle.h"
 #include "ZnUtil/ZnPlatform.h"
-#include "ZnUtil/ZnThread.h"
 
 #include "tavoris/LogLevel.h"
 
@@ -14,22 +12,27 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "support/CapturingAppender.h"
+#include "support/CountedEvent.h"
+#include "support/TaskThread.h"
+#include "support/WaitUntil.h"
 
 namespace
 {
 
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
+using ZnTest::CountedEvent;
+using ZnTest::DestructionLog;
+using ZnTest::kLimit;
+using ZnTest::LibThread;
+using ZnTest::TaskThread;
+using ZnTest::waitUntil;
 
 const int kRing = static_cast<int>(ZnEventQueue::kRingSize);
-/// A bound for what is expected at once; only a failing test waits that long.
-const Clock::duration kBound = 10s;
 /// Three slices and more: a thread still blocked after it is blocked for good.
 const Clock::duration kBlockedWindow = 300ms;
 /// One blocking slice of the queue.
@@ -37,71 +40,6 @@ const Clock::duration kSlice = std::chrono::milliseconds(ZnEventQueue::kSliceMil
 
 const char* const kQueueLogger = "corvane.zn.ZnEventQueue";
 const char* const kNullEventAssertion = "Assertion failed: pEvent != 0";
-
-/// Polls \p pred until it holds or \p bound has passed. \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, Clock::duration bound = kBound)
-{
-    const Clock::time_point deadline = Clock::now() + bound;
-    while (!pred())
-    {
-        if (Clock::now() >= deadline)
-        {
-            return pred();
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
-
-/// Which events were destroyed, in order.
-class DestructionLog
-{
-public:
-    void note(int id)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_ids.push_back(id);
-    }
-
-    std::vector<int> ids() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_ids;
-    }
-
-    size_t count() const { return ids().size(); }
-
-    bool has(int id) const
-    {
-        const std::vector<int> all = ids();
-        return std::find(all.begin(), all.end(), id) != all.end();
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::vector<int> m_ids;
-};
-
-/// An event with a number that tells its destruction to a log.
-class TestEvent : public ZnBaseEvent
-{
-public:
-    explicit TestEvent(int id, DestructionLog* log = nullptr) : m_id(id), m_log(log) {}
-    ~TestEvent() override
-    {
-        if (m_log != nullptr)
-        {
-            m_log->note(m_id);
-        }
-    }
-
-    int getId() const { return m_id; }
-
-private:
-    int m_id;
-    DestructionLog* m_log;
-};
 
 const int kNullItem = -1;
 const int kForeignItem = -2;
@@ -114,7 +52,7 @@ int takeId(ZnEventQueue& queue)
     {
         return kNullItem;
     }
-    const TestEvent* test = dynamic_cast<const TestEvent*>(event.get());
+    const CountedEvent* test = dynamic_cast<const CountedEvent*>(event.get());
     return test == nullptr ? kForeignItem : test->getId();
 }
 
@@ -123,7 +61,7 @@ void fill(ZnEventQueue& queue, int count, DestructionLog* log, int first = 0)
 {
     for (int id = first; id < first + count; ++id)
     {
-        queue.addItem(new TestEvent(id, log));
+        queue.addItem(new CountedEvent(id, log));
     }
 }
 
@@ -132,7 +70,7 @@ void fill(ZnEventQueue& queue, int count, DestructionLog* log, int first = 0)
 /// free slots are made with WakeUpAll until it is through, so that it can be joined.
 /// \return true when it ended within the bound.
 bool runsToEnd(ZnEventQueue& queue, const std::function<void()>& body,
-               Clock::duration bound = kBound)
+               Clock::duration bound = kLimit)
 {
     std::atomic<bool> done{false};
     std::thread thread(
@@ -151,80 +89,26 @@ bool runsToEnd(ZnEventQueue& queue, const std::function<void()>& body,
     return inTime;
 }
 
-/// A library thread that runs a function, and tells when the object is destroyed.
-class TaskThread : public ZnThread
+/// A thread the library did not start, which adds one event to a queue or takes one item from
+/// it: such a thread never gives up. Should the test stop early, the queue is woken with
+/// WakeUpAll until the thread is through, so that it can be joined.
+class ForeignCaller
 {
 public:
-    explicit TaskThread(std::function<void(TaskThread&)> body)
-        : m_body(std::move(body)), m_destroyed(std::make_shared<std::atomic<bool>>(false))
+    /// Adds \p event to \p queue.
+    ForeignCaller(ZnEventQueue& queue, ZnBaseEvent* event)
+        : ForeignCaller(queue, [&queue, event] { queue.addItem(event); })
     {
     }
-    ~TaskThread() override { m_destroyed->store(true); }
 
-    void run() override { m_body(*this); }
-
-    std::shared_ptr<std::atomic<bool>> destroyedFlag() const { return m_destroyed; }
-
-private:
-    std::function<void(TaskThread&)> m_body;
-    std::shared_ptr<std::atomic<bool>> m_destroyed;
-};
-
-/// A forked TaskThread held for the test. Should the test stop early, the thread is told to exit
-/// and waited for, so that it never outlives what it uses.
-class LibThread
-{
-public:
-    explicit LibThread(std::function<void(TaskThread&)> body)
-        : m_thread(new TaskThread(std::move(body))), m_destroyed(m_thread->destroyedFlag())
+    /// Takes one item from \p queue and stores its number, as takeId() gives it, in \p taken,
+    /// which is to outlive this object.
+    ForeignCaller(ZnEventQueue& queue, std::atomic<int>& taken)
+        : ForeignCaller(queue, [&queue, &taken] { taken.store(takeId(queue)); })
     {
-        m_thread->fork();
     }
 
-    ~LibThread()
-    {
-        if (!m_thread.isNil() && m_thread->getState() != ZnThread::STATE_DETACHED)
-        {
-            m_thread->terminate();
-        }
-        finish();
-    }
-
-    LibThread(const LibThread&) = delete;
-    LibThread& operator=(const LibThread&) = delete;
-
-    TaskThread* operator->() const { return m_thread; }
-
-    /// Drops the hold and waits until the object is gone, that is until its main() has ended.
-    /// \return false when it was still there after the bound.
-    bool finish()
-    {
-        m_thread = nullptr;
-        return waitUntil([this] { return m_destroyed->load(); });
-    }
-
-private:
-    ZnHandle<TaskThread> m_thread;
-    std::shared_ptr<std::atomic<bool>> m_destroyed;
-};
-
-/// A producer on a thread the library did not start: it never gives up. Should the test stop
-/// early, a free slot is made for it with WakeUpAll so that it can be joined.
-class ForeignProducer
-{
-public:
-    ForeignProducer(ZnEventQueue& queue, ZnBaseEvent* event) : m_queue(queue)
-    {
-        m_thread = std::thread(
-            [this, event]
-            {
-                m_entered.store(true);
-                m_queue.addItem(event);
-                m_done.store(true);
-            });
-    }
-
-    ~ForeignProducer()
+    ~ForeignCaller()
     {
         while (!m_done.load())
         {
@@ -234,8 +118,8 @@ public:
         join();
     }
 
-    ForeignProducer(const ForeignProducer&) = delete;
-    ForeignProducer& operator=(const ForeignProducer&) = delete;
+    ForeignCaller(const ForeignCaller&) = delete;
+    ForeignCaller& operator=(const ForeignCaller&) = delete;
 
     bool entered() const { return m_entered.load(); }
     bool done() const { return m_done.load(); }
@@ -248,6 +132,17 @@ public:
     }
 
 private:
+    ForeignCaller(ZnEventQueue& queue, std::function<void()> call) : m_queue(queue)
+    {
+        m_thread = std::thread(
+            [this, call]
+            {
+                m_entered.store(true);
+                call();
+                m_done.store(true);
+            });
+    }
+
     ZnEventQueue& m_queue;
     std::atomic<bool> m_entered{false};
     std::atomic<bool> m_done{false};
@@ -292,7 +187,7 @@ TEST(ZnEventQueueTest, TakenItemBelongsToTheTaker)
 {
     DestructionLog log;
     ZnEventQueue queue;
-    TestEvent* event = new TestEvent(3, &log);
+    CountedEvent* event = new CountedEvent(3, &log);
     queue.addItem(event);
     ZnBaseEvent* taken = queue.getItem();
     EXPECT_EQ(event, taken);
@@ -326,9 +221,9 @@ TEST(ZnEventQueueTest, NullItemIsIgnored)
         queue.addItem(nullptr);
         EXPECT_EQ(0u, queue.getSize());
         EXPECT_EQ(0u, queue.getWriteIndex());
-        queue.addItem(new TestEvent(1));
+        queue.addItem(new CountedEvent(1));
         queue.addItem(nullptr);
-        queue.addItem(new TestEvent(2));
+        queue.addItem(new CountedEvent(2));
         EXPECT_EQ(2u, queue.getSize());
         EXPECT_EQ(2u, queue.getWriteIndex());
         EXPECT_EQ(1, takeId(queue));
@@ -369,7 +264,7 @@ TEST(ZnEventQueueTest, IndexesWrapToZeroAfter4096AddsAndTakes)
     EXPECT_EQ(0u, queue.getSize());
 
     // And on, past the seam.
-    queue.addItem(new TestEvent(9));
+    queue.addItem(new CountedEvent(9));
     EXPECT_EQ(1u, queue.getWriteIndex());
     EXPECT_EQ(9, takeId(queue));
     EXPECT_EQ(1u, queue.getReadIndex());
@@ -380,14 +275,14 @@ TEST(ZnEventQueueTest, IndexesWrapWhenAddsAndTakesAlternate)
     ZnEventQueue queue;
     for (int id = 0; id < kRing; ++id)
     {
-        queue.addItem(new TestEvent(id));
+        queue.addItem(new CountedEvent(id));
         EXPECT_EQ(static_cast<unsigned int>((id + 1) % kRing), queue.getWriteIndex());
         ASSERT_EQ(id, takeId(queue));
         EXPECT_EQ(static_cast<unsigned int>((id + 1) % kRing), queue.getReadIndex());
     }
     EXPECT_EQ(0u, queue.getReadIndex());
     EXPECT_EQ(0u, queue.getWriteIndex());
-    queue.addItem(new TestEvent(kRing));
+    queue.addItem(new CountedEvent(kRing));
     EXPECT_EQ(kRing, takeId(queue));
     EXPECT_EQ(1u, queue.getReadIndex());
     EXPECT_EQ(1u, queue.getWriteIndex());
@@ -429,7 +324,7 @@ TEST(ZnEventQueueTest, SingleProducerPolicyRecordsTheFirstProducer)
         [&]
         {
             producerId = ZnPlatform::sGetCurrentThreadId();
-            queue.addItem(new TestEvent(1));
+            queue.addItem(new CountedEvent(1));
         });
     producer.join();
     ASSERT_NE(0u, producerId);
@@ -437,7 +332,7 @@ TEST(ZnEventQueueTest, SingleProducerPolicyRecordsTheFirstProducer)
     EXPECT_EQ(producerId, queue.getProducerThreadId());
 
     // Later producers change nothing; nothing compares them either.
-    queue.addItem(new TestEvent(2));
+    queue.addItem(new CountedEvent(2));
     EXPECT_EQ(producerId, queue.getProducerThreadId());
     EXPECT_EQ(1, takeId(queue));
     EXPECT_EQ(2, takeId(queue));
@@ -454,9 +349,9 @@ TEST(ZnEventQueueTest, SingleProducerPolicyRecordsTheCallerOfAFirstNullItem)
 TEST(ZnEventQueueTest, MultiProducerPolicyRecordsNoProducer)
 {
     ZnEventQueue queue(ZnEventQueue::POLICY_MULTI_PRODUCER);
-    std::thread producer([&] { queue.addItem(new TestEvent(1)); });
+    std::thread producer([&] { queue.addItem(new CountedEvent(1)); });
     producer.join();
-    queue.addItem(new TestEvent(2));
+    queue.addItem(new CountedEvent(2));
     EXPECT_EQ(0u, queue.getProducerThreadId());
     EXPECT_EQ(1, takeId(queue));
     EXPECT_EQ(2, takeId(queue));
@@ -470,7 +365,7 @@ TEST(ZnEventQueueTest, ProducerOfThe4097thItemBlocksUntilAnItemIsTaken)
     DestructionLog log;
     ZnEventQueue queue(ZnEventQueue::POLICY_MULTI_PRODUCER);
     fill(queue, kRing, &log);
-    ForeignProducer producer(queue, new TestEvent(kRing, &log));
+    ForeignCaller producer(queue, new CountedEvent(kRing, &log));
     ASSERT_TRUE(waitUntil([&] { return producer.entered(); }));
     EXPECT_FALSE(waitUntil([&] { return producer.done(); }, kBlockedWindow));
     EXPECT_EQ(4096u, queue.getSize());
@@ -489,17 +384,11 @@ TEST(ZnEventQueueTest, ProducerOfThe4097thItemBlocksUntilAnItemIsTaken)
 TEST(ZnEventQueueTest, ConsumerBlocksUntilAnItemIsAdded)
 {
     ZnEventQueue queue;
-    std::atomic<bool> entered{false};
     std::atomic<int> taken{kForeignItem - 1};
-    std::thread consumer(
-        [&]
-        {
-            entered.store(true);
-            taken.store(takeId(queue));
-        });
-    ASSERT_TRUE(waitUntil([&] { return entered.load(); }));
-    EXPECT_FALSE(waitUntil([&] { return taken.load() != kForeignItem - 1; }, kBlockedWindow));
-    queue.addItem(new TestEvent(42));
+    ForeignCaller consumer(queue, taken);
+    ASSERT_TRUE(waitUntil([&] { return consumer.entered(); }));
+    EXPECT_FALSE(waitUntil([&] { return consumer.done(); }, kBlockedWindow));
+    queue.addItem(new CountedEvent(42));
     EXPECT_TRUE(waitUntil([&] { return taken.load() == 42; }));
     consumer.join();
     EXPECT_EQ(0u, queue.getSize());
@@ -519,7 +408,7 @@ TEST(ZnEventQueueTest, BlockedProducerThatIsTerminatedGivesUpAndItsEventIsDelete
         {
             enteredAt = Clock::now();
             entered.store(true);
-            queue.addItem(new TestEvent(9999, &log));
+            queue.addItem(new CountedEvent(9999, &log));
             returnedAt = Clock::now();
             returned.store(true);
         });
@@ -557,7 +446,7 @@ TEST(ZnEventQueueTest, ExitingProducerOnAFullQueueWaitsOneSliceAndDropsItsEvent)
         {
             self.terminate();
             const Clock::time_point start = Clock::now();
-            queue.addItem(new TestEvent(7777, &log));
+            queue.addItem(new CountedEvent(7777, &log));
             took = Clock::now() - start;
             returned.store(true);
         });
@@ -578,7 +467,7 @@ TEST(ZnEventQueueTest, ExitingProducerStillAddsWhenASlotIsFree)
         [&](TaskThread& self)
         {
             self.terminate();
-            queue.addItem(new TestEvent(5, &log));
+            queue.addItem(new CountedEvent(5, &log));
         });
     EXPECT_TRUE(producer.finish());
     EXPECT_EQ(0u, log.count());
@@ -638,7 +527,7 @@ TEST(ZnEventQueueTest, BlockedConsumerThatIsTerminatedGetsNull)
     EXPECT_EQ(0u, queue.getReadIndex());
 
     // The queue works on for the next consumer.
-    queue.addItem(new TestEvent(1));
+    queue.addItem(new CountedEvent(1));
     EXPECT_EQ(1, takeId(queue));
 }
 
@@ -646,7 +535,7 @@ TEST(ZnEventQueueTest, ExitingConsumerStillTakesAnItemThatIsThere)
 {
     DestructionLog log;
     ZnEventQueue queue;
-    queue.addItem(new TestEvent(11, &log));
+    queue.addItem(new CountedEvent(11, &log));
     std::atomic<int> taken{kForeignItem - 1};
     LibThread consumer(
         [&](TaskThread& self)
@@ -665,14 +554,14 @@ TEST(ZnEventQueueTest, ForeignProducerStaysBlockedUntilASlotIsFree)
     DestructionLog log;
     ZnEventQueue queue(ZnEventQueue::POLICY_MULTI_PRODUCER);
     fill(queue, kRing, &log);
-    ForeignProducer foreign(queue, new TestEvent(5000, &log));
+    ForeignCaller foreign(queue, new CountedEvent(5000, &log));
     std::atomic<bool> libraryEntered{false};
     std::atomic<bool> libraryReturned{false};
     LibThread library(
         [&](TaskThread&)
         {
             libraryEntered.store(true);
-            queue.addItem(new TestEvent(6000, &log));
+            queue.addItem(new CountedEvent(6000, &log));
             libraryReturned.store(true);
         });
     ASSERT_TRUE(waitUntil([&] { return foreign.entered() && libraryEntered.load(); }));
@@ -725,16 +614,10 @@ TEST(ZnEventQueueTest, WakeUpAllReleasesABlockedForeignConsumer)
 {
     ZnTest::LogCapture cap(kQueueLogger, Tavoris::TRACE_LOG_LEVEL);
     ZnEventQueue queue;
-    std::atomic<bool> entered{false};
     std::atomic<int> taken{kForeignItem - 1};
-    std::thread consumer(
-        [&]
-        {
-            entered.store(true);
-            taken.store(takeId(queue));
-        });
-    ASSERT_TRUE(waitUntil([&] { return entered.load(); }));
-    EXPECT_FALSE(waitUntil([&] { return taken.load() != kForeignItem - 1; }, kBlockedWindow));
+    ForeignCaller consumer(queue, taken);
+    ASSERT_TRUE(waitUntil([&] { return consumer.entered(); }));
+    EXPECT_FALSE(waitUntil([&] { return consumer.done(); }, kBlockedWindow));
     queue.WakeUpAll();
     EXPECT_TRUE(waitUntil([&] { return taken.load() == kNullItem; }));
     consumer.join();
@@ -749,7 +632,7 @@ TEST(ZnEventQueueTest, WakeUpAllOnAFullQueueLetsAProducerOverwriteTheOldestEvent
     fill(queue, kRing, &log);
     // The free-slot count goes above what the ring has: one add finds its slot taken.
     queue.WakeUpAll();
-    ASSERT_TRUE(runsToEnd(queue, [&] { queue.addItem(new TestEvent(7000, &log)); }));
+    ASSERT_TRUE(runsToEnd(queue, [&] { queue.addItem(new CountedEvent(7000, &log)); }));
     EXPECT_EQ((std::vector<int>{0}), log.ids());
     EXPECT_EQ(4097u, queue.getSize());
     EXPECT_EQ(1u, queue.getWriteIndex());
@@ -772,7 +655,7 @@ TEST(ZnEventQueueTest, WakeUpAllReleasesABlockedProducerIntoAnOccupiedSlot)
     DestructionLog log;
     ZnEventQueue queue(ZnEventQueue::POLICY_MULTI_PRODUCER);
     fill(queue, kRing, &log);
-    ForeignProducer producer(queue, new TestEvent(8000, &log));
+    ForeignCaller producer(queue, new CountedEvent(8000, &log));
     ASSERT_TRUE(waitUntil([&] { return producer.entered(); }));
     EXPECT_FALSE(waitUntil([&] { return producer.done(); }, kBlockedWindow));
     EXPECT_EQ(0u, log.count());

@@ -1,126 +1,45 @@
 #include "ZnUtil/ZnMonitorThread.h"
 
-#include "ZnUtil/ZnDispatcherThread.h"
 #include "ZnUtil/ZnHandle.h"
 #include "ZnUtil/ZnObject.h"
 #include "ZnUtil/ZnObservable.h"
-#include "ZnUtil/ZnObserver.h"
 #include "ZnUtil/ZnObserverThread.h"
 #include "ZnUtil/ZnScheduler.h"
 #include "ZnUtil/ZnThread.h"
-#include "ZnUtil/ZnTime.h"
 #include "ZnUtil/ZnTimer.h"
 
 #include "tavoris/MemAccount.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <mutex>
-#include <set>
-#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "support/RecordingObserver.h"
+#include "support/ThreadEnd.h"
+#include "support/ThreadSettling.h"
+#include "support/WaitUntil.h"
+
 namespace
 {
 
-using namespace std::chrono_literals;
 using Tavoris::MemAccount;
-
-const std::chrono::seconds kLimit(10);
-
-/// Polls \p pred until it holds or \p limit has passed.
-/// \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, std::chrono::milliseconds limit = kLimit)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (int round = 0; !pred(); ++round)
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return pred();
-        }
-        if (round < 1000)
-        {
-            std::this_thread::yield();
-        }
-        else
-        {
-            std::this_thread::sleep_for(100us);
-        }
-    }
-    return true;
-}
-
-/// The clock the scheduler keys its timers on, in microseconds.
-int64_t nowMicros()
-{
-    return ZnTime::sGetCurrentTime().getAsLong();
-}
-
-/// The library's threads that ran notifications of this program. Before the program ends each of
-/// them is to be back in its wait: a worker on its way there still uses the loggers, which go
-/// away at exit.
-class SettlingEnvironment : public ::testing::Environment
-{
-public:
-    static void sNote(ZnThread* aThread)
-    {
-        if (aThread == nullptr)
-        {
-            return;
-        }
-        std::lock_guard<std::mutex> lock(sm_mutex);
-        sm_threads.insert(aThread);
-    }
-
-    void TearDown() override
-    {
-        std::set<ZnThread*> threads;
-        {
-            std::lock_guard<std::mutex> lock(sm_mutex);
-            threads = sm_threads;
-        }
-        for (ZnThread* thread : threads)
-        {
-            // A dispatcher that ran a notification itself, its pool being busy, went back to its
-            // queue, not to wait().
-            if (dynamic_cast<ZnDispatcherThread*>(thread) != nullptr)
-            {
-                continue;
-            }
-            EXPECT_TRUE(
-                waitUntil([thread] { return thread->getState() == ZnThread::STATE_BLOCKED; }));
-        }
-    }
-
-private:
-    static std::mutex sm_mutex;
-    static std::set<ZnThread*> sm_threads; // never ended: no shutdown here
-};
-
-std::mutex SettlingEnvironment::sm_mutex;
-std::set<ZnThread*> SettlingEnvironment::sm_threads;
+using ZnTest::kLimit;
+using ZnTest::Notification;
+using ZnTest::nowMicros;
+using ZnTest::RecordingObserver;
+using ZnTest::SettlingEnvironment;
+using ZnTest::Tag;
+using ZnTest::terminateAndWait;
+using ZnTest::waitUntil;
 
 [[maybe_unused]] ::testing::Environment* const s_settling =
     ::testing::AddGlobalTestEnvironment(new SettlingEnvironment());
-
-/// Tells \p thread to end and waits until its main() is over and has let go of the object, whose
-/// last reference the caller holds.
-/// \return true when that happened within the limit.
-bool terminateAndWait(ZnThread* thread)
-{
-    thread->terminate();
-    return waitUntil(
-        [thread]
-        { return thread->getState() == ZnThread::STATE_DETACHED && thread->getRefCount() == 1; });
-}
 
 /// The default monitor, which is to be asleep again when the program ends.
 ZnMonitorThread* defaultMonitor()
@@ -129,64 +48,6 @@ ZnMonitorThread* defaultMonitor()
     SettlingEnvironment::sNote(monitor);
     return monitor;
 }
-
-/// An argument that can be told apart from others by its name.
-class Tag : public ZnObject
-{
-public:
-    explicit Tag(std::string name) : m_name(std::move(name)) {}
-    const std::string& getName() const { return m_name; }
-
-private:
-    std::string m_name;
-};
-
-/// What one notification brought.
-struct Notification
-{
-    ZnObservable* source; // compared, never used
-    ZnHandle<ZnObject> argument;
-    ZnThread* thread; // compared, never used
-    int64_t time;
-};
-
-/// Records every notification it gets.
-class RecordingObserver : public ZnObserver
-{
-public:
-    void onNotification(ZnHandle<ZnObservable> aSource, ZnHandle<ZnObject> aArgument) override
-    {
-        Notification notification{aSource, aArgument, ZnThread::sGetCurrent(), nowMicros()};
-        SettlingEnvironment::sNote(notification.thread);
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_notifications.push_back(notification);
-        m_changed.notify_all();
-    }
-
-    /// Waits until \p count notifications have come.
-    bool waitForCount(size_t count)
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, kLimit, [&] { return m_notifications.size() >= count; });
-    }
-
-    size_t count() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_notifications.size();
-    }
-
-    std::vector<Notification> notifications() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_notifications;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::vector<Notification> m_notifications;
-};
 
 /// A monitor thread that first runs a probe on its own thread, then its ordinary timer loop.
 class ProbingMonitor : public ZnMonitorThread

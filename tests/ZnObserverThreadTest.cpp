@@ -6,7 +6,6 @@
 #include "ZnUtil/ZnObject.h"
 #include "ZnUtil/ZnObservable.h"
 #include "ZnUtil/ZnObserver.h"
-#include "ZnUtil/ZnOutputStream.h"
 #include "ZnUtil/ZnThread.h"
 
 #include "tavoris/LogLevel.h"
@@ -14,46 +13,25 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/CapturingAppender.h"
+#include "support/DefaultErrorStream.h"
+#include "support/LockedRecordingStream.h"
+#include "support/ThreadEnd.h"
+#include "support/WaitUntil.h"
 
 namespace
 {
 
-using namespace std::chrono_literals;
-
-const std::chrono::seconds kLimit(10);
-
-/// Polls \p pred until it holds or \p limit has passed.
-/// \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, std::chrono::milliseconds limit = kLimit)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (int round = 0; !pred(); ++round)
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return pred();
-        }
-        if (round < 1000)
-        {
-            std::this_thread::yield();
-        }
-        else
-        {
-            std::this_thread::sleep_for(100us);
-        }
-    }
-    return true;
-}
+using ZnTest::kLimit;
+using ZnTest::LockedRecordingStream;
+using ZnTest::waitUntil;
+using ZnTest::waitUntilEnded;
 
 /// The head of a chain whose block() waits until the test hands it an outcome: true (with a nil
 /// notification down the chain), false, or a ZnException. unblock() releases every present and
@@ -207,90 +185,27 @@ private:
     bool m_lastArgumentWasNil = false;
 };
 
-/// Keeps what is written to it under a lock, as the writer is another thread.
-class LockedRecordingStream : public ZnOutputStream
-{
-public:
-    using ZnOutputStream::write;
-
-    void write(void const* aBuffer, unsigned int aLength, unsigned int aOffset) override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (aBuffer != nullptr)
-        {
-            m_text.append(static_cast<const char*>(aBuffer) + aOffset, aLength);
-        }
-    }
-
-    void write(int aByte) override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_text.push_back(static_cast<char>(aByte));
-    }
-
-    void flush() override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        ++m_flushes;
-    }
-
-    std::string text() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_text;
-    }
-
-    int flushes() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_flushes;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::string m_text;
-    int m_flushes = 0;
-};
-
 /// Makes an error stream on a recording destination the default for the life of the object,
 /// with the exception debug mode switched on or not, then puts the previous default back.
 class RecordingDefaultErrorStream
 {
 public:
     explicit RecordingDefaultErrorStream(bool exceptionMode)
-        : m_destination(new LockedRecordingStream), m_stream(new ZnErrorStream(m_destination)),
-          m_previous(ZnErrorStream::sSetDefault(m_stream))
+        : m_destination(new LockedRecordingStream), m_scope(new ZnErrorStream(m_destination))
     {
         if (exceptionMode)
         {
-            m_stream->setDebugMode(ZnException::sDebugToken);
+            m_scope.get()->setDebugMode(ZnException::sDebugToken);
         }
     }
-
-    ~RecordingDefaultErrorStream()
-    {
-        ZnErrorStream::sSetDefault(m_previous);
-        delete m_stream;
-    }
-
-    RecordingDefaultErrorStream(const RecordingDefaultErrorStream&) = delete;
-    RecordingDefaultErrorStream& operator=(const RecordingDefaultErrorStream&) = delete;
 
     std::string text() const { return m_destination->text(); }
     int flushes() const { return m_destination->flushes(); }
 
 private:
     ZnHandle<LockedRecordingStream> m_destination;
-    ZnErrorStream* m_stream;
-    ZnErrorStream* m_previous;
+    ZnTest::DefaultErrorStreamScope m_scope;
 };
-
-/// True once the thread has ended and the thread table has let go of it, so that only the
-/// test's handle is left.
-bool hasEnded(const ZnObserverThread& thread)
-{
-    return thread.getState() == ZnThread::STATE_DETACHED && thread.getRefCount() == 1;
-}
 
 /// Ends an observer thread when a test leaves, however it leaves: terminates it, releases its
 /// source so that a block() that ignores unblock() returns as well, and waits for the end. The
@@ -313,7 +228,7 @@ public:
         {
             m_source->release();
         }
-        EXPECT_TRUE(waitUntil([this] { return hasEnded(m_thread); }));
+        EXPECT_TRUE(waitUntilEnded(m_thread));
     }
 
     ThreadEnder(const ThreadEnder&) = delete;
@@ -325,10 +240,24 @@ private:
 };
 
 /// Forks \p thread and waits until it sits in its first wait.
-void forkAndWaitForTheFirstWait(const ZnHandle<ZnObserverThread>& thread)
+/// \return true when that happened within the limit.
+bool forkAndWaitForTheFirstWait(const ZnHandle<ZnObserverThread>& thread)
 {
     thread->fork();
-    ASSERT_TRUE(waitUntil([&] { return thread->getState() == ZnThread::STATE_BLOCKED; }));
+    return waitUntil([&] { return thread->getState() == ZnThread::STATE_BLOCKED; });
+}
+
+/// Forks \p thread, and once it sits in its first wait has it monitor \p source; waits until
+/// the thread has entered the source's block().
+/// \return true when all of that happened within the limit.
+bool monitorFromTheFirstWait(const ZnHandle<ZnObserverThread>& thread, GatedSource* source)
+{
+    if (!forkAndWaitForTheFirstWait(thread))
+    {
+        return false;
+    }
+    thread->monitorObservable(source);
+    return source->waitForBlockCalls(1);
 }
 
 TEST(ZnObserverThreadTest, ObservableIsNilBeforeMonitorObservable)
@@ -345,7 +274,7 @@ TEST(ZnObserverThreadTest, MonitorObservableDrivesBlockRepeatedly)
     source->attachObserver(observer);
     ZnHandle<ZnObserverThread> thread(new ZnObserverThread);
     ThreadEnder ender(thread, source);
-    forkAndWaitForTheFirstWait(thread);
+    ASSERT_TRUE(forkAndWaitForTheFirstWait(thread));
     EXPECT_EQ(0, source->blockCalls());
 
     thread->monitorObservable(source);
@@ -391,7 +320,7 @@ TEST(ZnObserverThreadTest, TerminateUnblocksTheSourceAndEndsTheThread)
     source->setUnblock(true, false);
     ZnHandle<ZnObserverThread> thread(new ZnObserverThread);
     ThreadEnder ender(thread, source);
-    forkAndWaitForTheFirstWait(thread);
+    ASSERT_TRUE(forkAndWaitForTheFirstWait(thread));
     EXPECT_EQ(tableBefore + 1, ZnThread::sGetThreadTableSize());
     thread->monitorObservable(source);
     ASSERT_TRUE(source->waitForBlockCalls(1));
@@ -402,7 +331,7 @@ TEST(ZnObserverThreadTest, TerminateUnblocksTheSourceAndEndsTheThread)
 
     // The thread leaves once its block() returns, without calling block() again.
     source->push(GatedSource::kDeliver);
-    EXPECT_TRUE(waitUntil([&] { return hasEnded(thread); }));
+    EXPECT_TRUE(waitUntilEnded(thread));
     EXPECT_EQ(ZnThread::STATE_DETACHED, thread->getState());
     EXPECT_EQ(1, source->blockCalls());
     EXPECT_EQ(1, source->unblockCalls());
@@ -414,13 +343,11 @@ TEST(ZnObserverThreadTest, UnblockReleasesAThreadSittingInBlock)
     ZnHandle<GatedSource> source(new GatedSource);
     ZnHandle<ZnObserverThread> thread(new ZnObserverThread);
     ThreadEnder ender(thread);
-    forkAndWaitForTheFirstWait(thread);
-    thread->monitorObservable(source);
-    ASSERT_TRUE(source->waitForBlockCalls(1));
+    ASSERT_TRUE(monitorFromTheFirstWait(thread, source));
 
     // Only unblock() can free this block(): the test gives it no outcome.
     thread->terminate();
-    EXPECT_TRUE(waitUntil([&] { return hasEnded(thread); }));
+    EXPECT_TRUE(waitUntilEnded(thread));
     EXPECT_EQ(1, source->unblockCalls());
 }
 
@@ -430,10 +357,10 @@ TEST(ZnObserverThreadTest, TerminateBeforeMonitorObservableCallsNoUnblock)
     const unsigned int tableBefore = ZnThread::sGetThreadTableSize();
     ZnHandle<ZnObserverThread> thread(new ZnObserverThread);
     ThreadEnder ender(thread);
-    forkAndWaitForTheFirstWait(thread);
+    ASSERT_TRUE(forkAndWaitForTheFirstWait(thread));
 
     thread->terminate();
-    EXPECT_TRUE(waitUntil([&] { return hasEnded(thread); }));
+    EXPECT_TRUE(waitUntilEnded(thread));
     EXPECT_TRUE(thread->getObservable().isNil());
     EXPECT_TRUE(cap.find("Assertion failed").empty());
     EXPECT_EQ(tableBefore, ZnThread::sGetThreadTableSize());
@@ -456,9 +383,7 @@ TEST(ZnObserverThreadTest, FalseUnblockTripsTheAssertion)
     source->setUnblock(false, true);
     ZnHandle<ZnObserverThread> thread(new ZnObserverThread);
     ThreadEnder ender(thread, source);
-    forkAndWaitForTheFirstWait(thread);
-    thread->monitorObservable(source);
-    ASSERT_TRUE(source->waitForBlockCalls(1));
+    ASSERT_TRUE(monitorFromTheFirstWait(thread, source));
     EXPECT_TRUE(cap.find("Assertion failed").empty());
 
     thread->terminate();
@@ -468,7 +393,7 @@ TEST(ZnObserverThreadTest, FalseUnblockTripsTheAssertion)
     EXPECT_EQ(Tavoris::ERROR_LOG_LEVEL, events[0].level);
     EXPECT_EQ("Assertion failed: m_hS->unblock()", events[0].message);
     // The assertion only reports: the thread still ends.
-    EXPECT_TRUE(waitUntil([&] { return hasEnded(thread); }));
+    EXPECT_TRUE(waitUntilEnded(thread));
     EXPECT_EQ(1, source->unblockCalls());
 }
 
@@ -478,11 +403,9 @@ TEST(ZnObserverThreadTest, TrueUnblockTripsNoAssertion)
     ZnHandle<GatedSource> source(new GatedSource);
     ZnHandle<ZnObserverThread> thread(new ZnObserverThread);
     ThreadEnder ender(thread, source);
-    forkAndWaitForTheFirstWait(thread);
-    thread->monitorObservable(source);
-    ASSERT_TRUE(source->waitForBlockCalls(1));
+    ASSERT_TRUE(monitorFromTheFirstWait(thread, source));
     thread->terminate();
-    EXPECT_TRUE(waitUntil([&] { return hasEnded(thread); }));
+    EXPECT_TRUE(waitUntilEnded(thread));
     EXPECT_TRUE(cap.find("Assertion failed").empty());
 }
 
@@ -493,9 +416,7 @@ TEST(ZnObserverThreadTest, FalseBlockDoesNotEndTheThread)
     source->attachObserver(observer);
     ZnHandle<ZnObserverThread> thread(new ZnObserverThread);
     ThreadEnder ender(thread, source);
-    forkAndWaitForTheFirstWait(thread);
-    thread->monitorObservable(source);
-    ASSERT_TRUE(source->waitForBlockCalls(1));
+    ASSERT_TRUE(monitorFromTheFirstWait(thread, source));
 
     source->push(GatedSource::kEnded);
     ASSERT_TRUE(source->waitForBlockCalls(2));
@@ -521,9 +442,7 @@ TEST(ZnObserverThreadTest, ExceptionFromBlockDoesNotEndTheThread)
     {
         ZnHandle<ZnObserverThread> thread(new ZnObserverThread);
         ThreadEnder ender(thread, source);
-        forkAndWaitForTheFirstWait(thread);
-        thread->monitorObservable(source);
-        ASSERT_TRUE(source->waitForBlockCalls(1));
+        ASSERT_TRUE(monitorFromTheFirstWait(thread, source));
 
         source->push(GatedSource::kRaise);
         ASSERT_TRUE(source->waitForBlockCalls(2));
@@ -547,9 +466,7 @@ TEST(ZnObserverThreadTest, ExceptionFromBlockIsReportedOnTheDefaultErrorStream)
     {
         ZnHandle<ZnObserverThread> thread(new ZnObserverThread);
         ThreadEnder ender(thread, source);
-        forkAndWaitForTheFirstWait(thread);
-        thread->monitorObservable(source);
-        ASSERT_TRUE(source->waitForBlockCalls(1));
+        ASSERT_TRUE(monitorFromTheFirstWait(thread, source));
 
         source->push(GatedSource::kRaise);
         ASSERT_TRUE(source->waitForBlockCalls(2));
@@ -569,9 +486,7 @@ TEST(ZnObserverThreadTest, SecondMonitorObservableReplacesTheSource)
     ZnHandle<GatedSource> second(new GatedSource);
     ZnHandle<ZnObserverThread> thread(new ZnObserverThread);
     ThreadEnder ender(thread, second);
-    forkAndWaitForTheFirstWait(thread);
-    thread->monitorObservable(first);
-    ASSERT_TRUE(first->waitForBlockCalls(1));
+    ASSERT_TRUE(monitorFromTheFirstWait(thread, first));
 
     thread->monitorObservable(second);
     EXPECT_EQ(static_cast<ZnObservable*>(second),
@@ -586,7 +501,7 @@ TEST(ZnObserverThreadTest, SecondMonitorObservableReplacesTheSource)
     // The old source is no longer held by the thread, and terminate unblocks the new one only.
     EXPECT_EQ(1u, first->getRefCount());
     thread->terminate();
-    EXPECT_TRUE(waitUntil([&] { return hasEnded(thread); }));
+    EXPECT_TRUE(waitUntilEnded(thread));
     EXPECT_EQ(0, first->unblockCalls());
     EXPECT_EQ(1, second->unblockCalls());
 }
@@ -622,7 +537,7 @@ TEST(ZnObserverThreadTest, ForkedThreadIsGivenBackToItsAccountWhenItEnds)
     {
         ZnHandle<ZnObserverThread> thread(new ZnObserverThread);
         ThreadEnder ender(thread);
-        forkAndWaitForTheFirstWait(thread);
+        ASSERT_TRUE(forkAndWaitForTheFirstWait(thread));
         EXPECT_EQ(before.liveBlocks + 1, Tavoris::MemAccount::sRead("ZnObserverThread").liveBlocks);
     }
     EXPECT_EQ(before.liveBlocks, Tavoris::MemAccount::sRead("ZnObserverThread").liveBlocks);
@@ -634,7 +549,7 @@ TEST(ZnObserverThreadTest, RunIsTraced)
     ZnHandle<ZnObserverThread> thread(new ZnObserverThread);
     {
         ThreadEnder ender(thread);
-        forkAndWaitForTheFirstWait(thread);
+        ASSERT_TRUE(forkAndWaitForTheFirstWait(thread));
         const auto entered = cap.find("ENTER: ZnObserverThread::run");
         ASSERT_EQ(1u, entered.size());
         EXPECT_EQ("ENTER: ZnObserverThread::run", entered[0].message);

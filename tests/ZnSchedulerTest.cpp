@@ -1,13 +1,10 @@
 #include "ZnUtil/ZnScheduler.h"
 
-#include "ZnUtil/ZnDispatcherThread.h"
 #include "ZnUtil/ZnHandle.h"
 #include "ZnUtil/ZnMonitorThread.h"
 #include "ZnUtil/ZnObject.h"
 #include "ZnUtil/ZnObservable.h"
 #include "ZnUtil/ZnObserver.h"
-#include "ZnUtil/ZnThread.h"
-#include "ZnUtil/ZnTime.h"
 #include "ZnUtil/ZnTimer.h"
 #include "ZnUtil/ZnTimerDispatcher.h"
 #include "ZnUtil/ZnWorkerThread.h"
@@ -16,201 +13,30 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <set>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
+
+#include "support/RecordingObserver.h"
+#include "support/ThreadSettling.h"
+#include "support/WaitUntil.h"
 
 namespace
 {
 
 using namespace std::chrono_literals;
-
-const std::chrono::seconds kLimit(10);
-
-/// Polls \p pred until it holds or \p limit has passed.
-/// \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, std::chrono::milliseconds limit = kLimit)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (int round = 0; !pred(); ++round)
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return pred();
-        }
-        if (round < 1000)
-        {
-            std::this_thread::yield();
-        }
-        else
-        {
-            std::this_thread::sleep_for(100us);
-        }
-    }
-    return true;
-}
-
-/// The clock the scheduler keys its timers on, in microseconds.
-int64_t nowMicros()
-{
-    return ZnTime::sGetCurrentTime().getAsLong();
-}
-
-/// The library's threads that ran notifications of this program. Before the program ends each of
-/// them is to be back in its wait: a worker on its way there still uses the loggers, which go
-/// away at exit.
-class SettlingEnvironment : public ::testing::Environment
-{
-public:
-    static void sNote(ZnThread* aThread)
-    {
-        if (aThread == nullptr)
-        {
-            return;
-        }
-        std::lock_guard<std::mutex> lock(sm_mutex);
-        sm_threads.insert(aThread);
-    }
-
-    void TearDown() override
-    {
-        std::set<ZnThread*> threads;
-        {
-            std::lock_guard<std::mutex> lock(sm_mutex);
-            threads = sm_threads;
-        }
-        for (ZnThread* thread : threads)
-        {
-            // A dispatcher that ran a notification itself, its pool being busy, went back to its
-            // queue, not to wait().
-            if (dynamic_cast<ZnDispatcherThread*>(thread) != nullptr)
-            {
-                continue;
-            }
-            EXPECT_TRUE(
-                waitUntil([thread] { return thread->getState() == ZnThread::STATE_BLOCKED; }));
-        }
-    }
-
-private:
-    static std::mutex sm_mutex;
-    static std::set<ZnThread*> sm_threads; // never ended: no shutdown here
-};
-
-std::mutex SettlingEnvironment::sm_mutex;
-std::set<ZnThread*> SettlingEnvironment::sm_threads;
+using ZnTest::Journal;
+using ZnTest::kLimit;
+using ZnTest::Notification;
+using ZnTest::nowMicros;
+using ZnTest::RecordingObserver;
+using ZnTest::SettlingEnvironment;
+using ZnTest::Tag;
 
 [[maybe_unused]] ::testing::Environment* const s_settling =
     ::testing::AddGlobalTestEnvironment(new SettlingEnvironment());
-
-/// An argument that can be told apart from others by its name.
-class Tag : public ZnObject
-{
-public:
-    explicit Tag(std::string name) : m_name(std::move(name)) {}
-    const std::string& getName() const { return m_name; }
-
-private:
-    std::string m_name;
-};
-
-/// The names of the observers notified, in the order their notifications began; shared by
-/// several observers.
-class Journal
-{
-public:
-    void add(const std::string& name)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_names.push_back(name);
-        m_changed.notify_all();
-    }
-
-    bool waitForSize(size_t size)
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, kLimit, [&] { return m_names.size() >= size; });
-    }
-
-    std::vector<std::string> names() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_names;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::vector<std::string> m_names;
-};
-
-/// What one notification brought.
-struct Notification
-{
-    ZnObservable* source; // compared, never used
-    ZnHandle<ZnObject> argument;
-    ZnThread* thread; // compared, never used
-    int64_t time;
-};
-
-/// Records every notification it gets, and writes its name into a journal if it has one.
-class RecordingObserver : public ZnObserver
-{
-public:
-    explicit RecordingObserver(std::string name = std::string(),
-                               std::shared_ptr<Journal> journal = std::shared_ptr<Journal>())
-        : m_name(std::move(name)), m_journal(std::move(journal))
-    {
-    }
-
-    void onNotification(ZnHandle<ZnObservable> aSource, ZnHandle<ZnObject> aArgument) override
-    {
-        Notification notification{aSource, aArgument, ZnThread::sGetCurrent(), nowMicros()};
-        SettlingEnvironment::sNote(notification.thread);
-        if (m_journal)
-        {
-            m_journal->add(m_name);
-        }
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_notifications.push_back(notification);
-        m_changed.notify_all();
-    }
-
-    /// Waits until \p count notifications have come.
-    bool waitForCount(size_t count)
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, kLimit, [&] { return m_notifications.size() >= count; });
-    }
-
-    size_t count() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_notifications.size();
-    }
-
-    std::vector<Notification> notifications() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_notifications;
-    }
-
-    const std::string& getName() const { return m_name; }
-
-private:
-    std::string m_name;
-    std::shared_ptr<Journal> m_journal;
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::vector<Notification> m_notifications;
-};
 
 /// An observer equal to every other one of the same name, which counts the comparisons made on it.
 class NamedObserver : public RecordingObserver

@@ -6,7 +6,6 @@
 #include "ZnUtil/ZnObject.h"
 #include "ZnUtil/ZnObservable.h"
 #include "ZnUtil/ZnObserver.h"
-#include "ZnUtil/ZnOutputStream.h"
 #include "ZnUtil/ZnThread.h"
 #include "ZnUtil/ZnWorkerThread.h"
 
@@ -15,7 +14,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <iostream>
 #include <mutex>
@@ -25,37 +23,17 @@
 #include <vector>
 
 #include "support/CapturingAppender.h"
+#include "support/DefaultErrorStream.h"
+#include "support/LockedRecordingStream.h"
+#include "support/ThreadEnd.h"
+#include "support/WaitUntil.h"
 
 namespace
 {
 
-using namespace std::chrono_literals;
-
-const std::chrono::seconds kLimit(10);
-
-/// Polls \p pred until it holds or \p limit has passed.
-/// \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, std::chrono::milliseconds limit = kLimit)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (int round = 0; !pred(); ++round)
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return pred();
-        }
-        if (round < 1000)
-        {
-            std::this_thread::yield();
-        }
-        else
-        {
-            std::this_thread::sleep_for(100us);
-        }
-    }
-    return true;
-}
+using ZnTest::kLimit;
+using ZnTest::LockedRecordingStream;
+using ZnTest::waitUntil;
 
 /// The argument of a notification, which records where it ran. A gated job holds its thread
 /// until the test releases it; a raising job raises a ZnException "job failed" once recorded.
@@ -191,6 +169,24 @@ private:
     std::vector<ZnHandle<ZnThread>> m_workers;
 };
 
+/// Hands \p job to \p pool for \p observer, and waits until it has begun to run.
+/// \return true when it began within the limit.
+bool startJob(ZnThreadPool& pool, JobObserver* observer, Job* job)
+{
+    pool.doObserverNotifications(observer, job);
+    return job->waitStarted();
+}
+
+/// Hands \p first and, without waiting, \p second to \p pool for \p observer, then waits until
+/// both have begun to run.
+/// \return true when both began within the limit.
+bool startTwoJobs(ZnThreadPool& pool, JobObserver* observer, Job* first, Job* second)
+{
+    pool.doObserverNotifications(observer, first);
+    pool.doObserverNotifications(observer, second);
+    return first->waitStarted() && second->waitStarted();
+}
+
 /// Ends the workers of a pool when a test leaves: waits until every worker is idle, terminates
 /// each, which takes it off the pool, and waits until its thread has ended.
 class WorkerEnder
@@ -204,18 +200,7 @@ public:
             waitUntil([this] { return m_pool.getAvailableCount() == m_pool.getThreadCount(); }));
         std::vector<ZnHandle<ZnThread>> workers = m_observer.takeWorkers();
         EXPECT_EQ(m_pool.getThreadCount(), workers.size());
-        for (ZnHandle<ZnThread>& worker : workers)
-        {
-            worker->terminate();
-        }
-        for (ZnHandle<ZnThread>& worker : workers)
-        {
-            EXPECT_TRUE(waitUntil(
-                [&] {
-                    return worker->getState() == ZnThread::STATE_DETACHED &&
-                           worker->getRefCount() == 1;
-                }));
-        }
+        EXPECT_TRUE(ZnTest::terminateAllAndWait(workers));
         EXPECT_EQ(0u, m_pool.getThreadCount());
         EXPECT_EQ(0u, m_pool.getAvailableCount());
     }
@@ -266,38 +251,6 @@ private:
     int m_asked = 0;
 };
 
-/// Keeps what is written to it under a lock.
-class LockedRecordingStream : public ZnOutputStream
-{
-public:
-    using ZnOutputStream::write;
-
-    void write(void const* aBuffer, unsigned int aLength, unsigned int aOffset) override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (aBuffer != nullptr)
-        {
-            m_text.append(static_cast<const char*>(aBuffer) + aOffset, aLength);
-        }
-    }
-
-    void write(int aByte) override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_text.push_back(static_cast<char>(aByte));
-    }
-
-    std::string text() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_text;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::string m_text;
-};
-
 /// Sends std::cerr into a string for the life of the object.
 class CerrCapture
 {
@@ -340,8 +293,7 @@ TEST(ZnThreadPoolTest, WorkersAreMadeOnDemandAndReused)
     EXPECT_EQ(0, pool.created());
 
     ZnHandle<Job> first(new Job);
-    pool.doObserverNotifications(observer, first);
-    ASSERT_TRUE(first->waitStarted());
+    ASSERT_TRUE(startJob(pool, observer, first));
     EXPECT_NE(std::this_thread::get_id(), first->ranOnId());
     ASSERT_NE(nullptr, first->ranOn());
     EXPECT_EQ(1, pool.created());
@@ -354,8 +306,7 @@ TEST(ZnThreadPoolTest, WorkersAreMadeOnDemandAndReused)
     for (int round = 0; round < 3; ++round)
     {
         ZnHandle<Job> next(new Job);
-        pool.doObserverNotifications(observer, next);
-        ASSERT_TRUE(next->waitStarted());
+        ASSERT_TRUE(startJob(pool, observer, next));
         EXPECT_EQ(first->ranOn(), next->ranOn());
         ASSERT_TRUE(waitUntil([&] { return pool.getAvailableCount() == 1; }));
     }
@@ -370,10 +321,7 @@ TEST(ZnThreadPoolTest, CountsFollowBusyAndIdleWorkers)
     WorkerEnder ender(pool, *observer);
     ZnHandle<Job> first(new Job(Job::kGated));
     ZnHandle<Job> second(new Job(Job::kGated));
-    pool.doObserverNotifications(observer, first);
-    pool.doObserverNotifications(observer, second);
-    ASSERT_TRUE(first->waitStarted());
-    ASSERT_TRUE(second->waitStarted());
+    ASSERT_TRUE(startTwoJobs(pool, observer, first, second));
     EXPECT_NE(first->ranOn(), second->ranOn());
     EXPECT_EQ(2u, pool.getThreadCount());
     EXPECT_EQ(0u, pool.getAvailableCount());
@@ -430,8 +378,7 @@ TEST(ZnThreadPoolTest, BusyPoolAtItsMaximumRunsOnTheCallersThread)
     ZnHandle<JobObserver> observer(new JobObserver);
     WorkerEnder ender(pool, *observer);
     ZnHandle<Job> busy(new Job(Job::kGated));
-    pool.doObserverNotifications(observer, busy);
-    ASSERT_TRUE(busy->waitStarted());
+    ASSERT_TRUE(startJob(pool, observer, busy));
     EXPECT_NE(std::this_thread::get_id(), busy->ranOnId());
 
     ZnHandle<Job> second(new Job);
@@ -454,8 +401,7 @@ TEST(ZnThreadPoolTest, BusyPoolAtItsMaximumRunsOnTheCallersThread)
     ASSERT_TRUE(waitUntil([&] { return pool.getAvailableCount() == 1; }));
     // Once the worker is idle again, it takes the next notification.
     ZnHandle<Job> fourth(new Job);
-    pool.doObserverNotifications(observer, fourth);
-    ASSERT_TRUE(fourth->waitStarted());
+    ASSERT_TRUE(startJob(pool, observer, fourth));
     EXPECT_EQ(busy->ranOn(), fourth->ranOn());
     EXPECT_NE(std::this_thread::get_id(), fourth->ranOnId());
     source->detachObserver(observer);
@@ -468,18 +414,14 @@ TEST(ZnThreadPoolTest, SetMaxThreadCountBelowThePresentThreadCountIsIgnored)
     WorkerEnder ender(pool, *observer);
     ZnHandle<Job> first(new Job(Job::kGated));
     ZnHandle<Job> second(new Job(Job::kGated));
-    pool.doObserverNotifications(observer, first);
-    pool.doObserverNotifications(observer, second);
-    ASSERT_TRUE(first->waitStarted());
-    ASSERT_TRUE(second->waitStarted());
+    ASSERT_TRUE(startTwoJobs(pool, observer, first, second));
     ASSERT_EQ(2u, pool.getThreadCount());
 
     pool.setMaxThreadCount(1);
     EXPECT_EQ(3u, pool.getMaxThreadCount());
     // The maximum is still three: a third busy request gets a worker of its own.
     ZnHandle<Job> third(new Job(Job::kGated));
-    pool.doObserverNotifications(observer, third);
-    ASSERT_TRUE(third->waitStarted());
+    ASSERT_TRUE(startJob(pool, observer, third));
     EXPECT_NE(std::this_thread::get_id(), third->ranOnId());
     EXPECT_EQ(3u, pool.getThreadCount());
 
@@ -509,14 +451,12 @@ TEST(ZnThreadPoolTest, RaisedMaximumLetsMoreWorkersBeMade)
     ZnHandle<JobObserver> observer(new JobObserver);
     WorkerEnder ender(pool, *observer);
     ZnHandle<Job> first(new Job(Job::kGated));
-    pool.doObserverNotifications(observer, first);
-    ASSERT_TRUE(first->waitStarted());
+    ASSERT_TRUE(startJob(pool, observer, first));
 
     pool.setMaxThreadCount(2);
     EXPECT_EQ(2u, pool.getMaxThreadCount());
     ZnHandle<Job> second(new Job(Job::kGated));
-    pool.doObserverNotifications(observer, second);
-    ASSERT_TRUE(second->waitStarted());
+    ASSERT_TRUE(startJob(pool, observer, second));
     EXPECT_NE(std::this_thread::get_id(), second->ranOnId());
     EXPECT_EQ(2u, pool.getThreadCount());
     first->release();
@@ -545,8 +485,7 @@ TEST(ZnThreadPoolTest, ExceptionInAWorkersJobLeavesTheWorkerUsable)
 
     // And it takes the next job; with a maximum of one, no other worker could.
     ZnHandle<Job> next(new Job);
-    pool.doObserverNotifications(observer, next);
-    ASSERT_TRUE(next->waitStarted());
+    ASSERT_TRUE(startJob(pool, observer, next));
     EXPECT_EQ(failing->ranOn(), next->ranOn());
     EXPECT_NE(std::this_thread::get_id(), next->ranOnId());
     ASSERT_TRUE(waitUntil([&] { return pool.getAvailableCount() == 1; }));
@@ -560,10 +499,7 @@ TEST(ZnThreadPoolTest, NextRequestGetsTheWorkerThatWentIdleLast)
     WorkerEnder ender(pool, *observer);
     ZnHandle<Job> a(new Job(Job::kGated));
     ZnHandle<Job> b(new Job(Job::kGated));
-    pool.doObserverNotifications(observer, a);
-    pool.doObserverNotifications(observer, b);
-    ASSERT_TRUE(a->waitStarted());
-    ASSERT_TRUE(b->waitStarted());
+    ASSERT_TRUE(startTwoJobs(pool, observer, a, b));
     ZnThread* const workerA = a->ranOn();
     ZnThread* const workerB = b->ranOn();
     ASSERT_NE(nullptr, workerA);
@@ -577,12 +513,10 @@ TEST(ZnThreadPoolTest, NextRequestGetsTheWorkerThatWentIdleLast)
     ASSERT_TRUE(waitUntil([&] { return pool.getAvailableCount() == 2; }));
 
     ZnHandle<Job> c(new Job(Job::kGated));
-    pool.doObserverNotifications(observer, c);
-    ASSERT_TRUE(c->waitStarted());
+    ASSERT_TRUE(startJob(pool, observer, c));
     EXPECT_EQ(workerA, c->ranOn());
     ZnHandle<Job> d(new Job(Job::kGated));
-    pool.doObserverNotifications(observer, d);
-    ASSERT_TRUE(d->waitStarted());
+    ASSERT_TRUE(startJob(pool, observer, d));
     EXPECT_EQ(workerB, d->ranOn());
 
     // Now A goes idle first and B last: B is next.
@@ -594,8 +528,7 @@ TEST(ZnThreadPoolTest, NextRequestGetsTheWorkerThatWentIdleLast)
     {
         // Each job puts its worker back on top, so the same worker takes the one after.
         ZnHandle<Job> e(new Job);
-        pool.doObserverNotifications(observer, e);
-        ASSERT_TRUE(e->waitStarted());
+        ASSERT_TRUE(startJob(pool, observer, e));
         EXPECT_EQ(workerB, e->ranOn());
         ASSERT_TRUE(waitUntil([&] { return pool.getAvailableCount() == 2; }));
     }
@@ -611,8 +544,7 @@ TEST(ZnThreadPoolTest, ObserverNotificationsThroughAWorkerCarryANilSource)
     ZnHandle<ZnObservable> source(new ZnObservable);
     source->attachObserver(observer);
     ZnHandle<Job> job(new Job);
-    pool.doObserverNotifications(observer, job);
-    ASSERT_TRUE(job->waitStarted());
+    ASSERT_TRUE(startJob(pool, observer, job));
     EXPECT_NE(std::this_thread::get_id(), job->ranOnId());
     EXPECT_EQ(nullptr, job->sourceSeen());
     EXPECT_EQ(1, job->runs());
@@ -698,9 +630,8 @@ TEST(ZnThreadPoolTest, CallersOwnJobSwallowsItsException)
 {
     // Even with the exception debug mode on, the report of the caller's own job goes nowhere.
     ZnHandle<LockedRecordingStream> destination(new LockedRecordingStream);
-    ZnErrorStream* errors = new ZnErrorStream(destination);
-    errors->setDebugMode(ZnException::sDebugToken);
-    ZnErrorStream* previous = ZnErrorStream::sSetDefault(errors);
+    ZnTest::DefaultErrorStreamScope errors(new ZnErrorStream(destination));
+    errors.get()->setDebugMode(ZnException::sDebugToken);
     CerrCapture cerr;
 
     CountingPool pool(0);
@@ -724,8 +655,6 @@ TEST(ZnThreadPoolTest, CallersOwnJobSwallowsItsException)
 
     EXPECT_EQ("", destination->text());
     EXPECT_EQ("", cerr.text());
-    ZnErrorStream::sSetDefault(previous);
-    delete errors;
     source->detachObserver(observer);
 }
 
@@ -735,8 +664,7 @@ TEST(ZnThreadPoolTest, TerminatedIdleWorkerLeavesThePool)
     CountingPool pool(2);
     ZnHandle<JobObserver> observer(new JobObserver);
     ZnHandle<Job> job(new Job);
-    pool.doObserverNotifications(observer, job);
-    ASSERT_TRUE(job->waitStarted());
+    ASSERT_TRUE(startJob(pool, observer, job));
     ASSERT_TRUE(waitUntil([&] { return pool.getAvailableCount() == 1; }));
     EXPECT_EQ(tableBefore + 1, ZnThread::sGetThreadTableSize());
 
@@ -752,8 +680,7 @@ TEST(ZnThreadPoolTest, TerminatedIdleWorkerLeavesThePool)
     // The next notification gets a new worker.
     WorkerEnder ender(pool, *observer);
     ZnHandle<Job> next(new Job);
-    pool.doObserverNotifications(observer, next);
-    ASSERT_TRUE(next->waitStarted());
+    ASSERT_TRUE(startJob(pool, observer, next));
     EXPECT_NE(std::this_thread::get_id(), next->ranOnId());
     EXPECT_NE(static_cast<ZnThread*>(workers[0]), next->ranOn());
     EXPECT_EQ(2, pool.created());
@@ -767,10 +694,8 @@ TEST(ZnThreadPoolTest, DestroyedPoolTellsItsIdleWorkersToEnd)
         ZnThreadPool pool(ZnHandle<ZnThread>(), 2);
         ZnHandle<Job> first(new Job(Job::kGated));
         ZnHandle<Job> second(new Job());
-        pool.doObserverNotifications(observer, first);
-        ASSERT_TRUE(first->waitStarted());
-        pool.doObserverNotifications(observer, second);
-        ASSERT_TRUE(second->waitStarted());
+        ASSERT_TRUE(startJob(pool, observer, first));
+        ASSERT_TRUE(startJob(pool, observer, second));
         first->release();
         ASSERT_TRUE(waitUntil([&] { return pool.getAvailableCount() == 2; }));
         workers = observer->takeWorkers();
@@ -778,10 +703,7 @@ TEST(ZnThreadPoolTest, DestroyedPoolTellsItsIdleWorkersToEnd)
     }
     for (ZnHandle<ZnThread>& worker : workers)
     {
-        EXPECT_TRUE(waitUntil(
-            [&] {
-                return worker->getState() == ZnThread::STATE_DETACHED && worker->getRefCount() == 1;
-            }));
+        EXPECT_TRUE(ZnTest::waitUntilEnded(worker));
     }
 }
 

@@ -7,7 +7,6 @@
 #include "ZnUtil/ZnException.h"
 #include "ZnUtil/ZnHandle.h"
 #include "ZnUtil/ZnObject.h"
-#include "ZnUtil/ZnOutputStream.h"
 #include "ZnUtil/ZnPlatform.h"
 #include "ZnUtil/ZnProcess.h"
 #include "ZnUtil/ZnSystemError.h"
@@ -35,38 +34,28 @@
 #include <vector>
 
 #include "support/CapturingAppender.h"
+#include "support/DefaultErrorStream.h"
+#include "support/GuardedRecord.h"
 #include "support/RecordingOutputStream.h"
 #include "support/RunTogether.h"
+#include "support/StringOutputStream.h"
+#include "support/ThreadEnd.h"
+#include "support/WaitUntil.h"
 #include <pthread.h>
 
 namespace
 {
 
 using Clock = std::chrono::steady_clock;
+using ZnTest::DefaultErrorStreamScope;
+using ZnTest::kLimit;
+using ZnTest::StringOutputStream;
+using ZnTest::waitUntil;
+using ZnTest::waitUntilEnded;
 
 const char* const kThreadLogger = "corvane.zn.ZnThread";
 const char* const kEarlyExitWarning =
     "thread state changed to STATE_EXITING before shutdown was called.";
-
-/// How long a test waits for something that should happen at once.
-constexpr std::chrono::seconds kBound(10);
-
-/// Polls \p predicate until it holds or \p limit has passed.
-/// \return the predicate's last value.
-template <class Predicate>
-bool waitUntil(Predicate predicate, Clock::duration limit = kBound)
-{
-    const Clock::time_point deadline = Clock::now() + limit;
-    while (!predicate())
-    {
-        if (Clock::now() >= deadline)
-        {
-            return predicate();
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
-    return true;
-}
 
 long long millisecondsSince(Clock::time_point start)
 {
@@ -75,34 +64,9 @@ long long millisecondsSince(Clock::time_point start)
 
 /// What a test thread reports, kept apart from the thread object so that it outlives it; the test
 /// also opens the numbered gates that the thread's body passes.
-class Record
+class Record : public ZnTest::GuardedRecord<Record>
 {
 public:
-    /// Changes the record under its lock and wakes whoever waits on it.
-    template <class Change>
-    void update(Change change)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        change(*this);
-        m_changed.notify_all();
-    }
-
-    /// Waits until \p predicate holds on the record, at most kBound.
-    template <class Predicate>
-    bool await(Predicate predicate)
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, kBound, [&] { return predicate(*this); });
-    }
-
-    /// Reads the record under its lock.
-    template <class Reader>
-    auto read(Reader reader)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return reader(*this);
-    }
-
     /// Test side: lets the thread pass gates up to \p gate.
     void open(int gate)
     {
@@ -133,10 +97,6 @@ public:
     bool destroyed = false;
     ZnThread::State stateAtDestruction = ZnThread::STATE_RUNNING;
     std::atomic<int> signals{0};
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
 };
 
 /// A thread object whose run() is given by the test. It counts the calls of signal(), reports
@@ -244,28 +204,6 @@ std::string thrownText(Action action, std::string* type = nullptr)
     return "(nothing thrown)";
 }
 
-/// An output stream that appends to a string and counts flushes.
-class StringOutputStream : public ZnOutputStream
-{
-public:
-    using ZnOutputStream::write;
-
-    void write(int aByte) override
-    {
-        text.push_back(static_cast<char>(aByte));
-        writtenSinceFlush = true;
-    }
-    void flush() override
-    {
-        ++flushes;
-        writtenSinceFlush = false;
-    }
-
-    std::string text;
-    int flushes = 0;
-    bool writtenSinceFlush = false;
-};
-
 std::string hex8(unsigned int value)
 {
     char text[16];
@@ -284,40 +222,6 @@ std::vector<std::string> messages(const std::vector<ZnTest::CapturedEvent>& even
     return texts;
 }
 
-/// Events whose message is exactly \p text.
-std::vector<ZnTest::CapturedEvent> exactly(const ZnTest::LogCapture& cap, const std::string& text)
-{
-    std::vector<ZnTest::CapturedEvent> found;
-    for (const ZnTest::CapturedEvent& event : cap.events())
-    {
-        if (event.message == text)
-        {
-            found.push_back(event);
-        }
-    }
-    return found;
-}
-
-/// Makes a stream the default error stream for the life of the object, then puts the previous
-/// one back.
-class DefaultErrorStreamScope
-{
-public:
-    explicit DefaultErrorStreamScope(ZnErrorStream* stream)
-        : m_stream(stream), m_previous(ZnErrorStream::sSetDefault(stream))
-    {
-    }
-    ~DefaultErrorStreamScope()
-    {
-        ZnErrorStream::sSetDefault(m_previous);
-        delete m_stream;
-    }
-
-private:
-    ZnErrorStream* m_stream;
-    ZnErrorStream* m_previous;
-};
-
 /// A log4cplus appender that holds the first thread logging a given line until the test opens it:
 /// a real stop at a fixed step of main(), "ENTER: ZnThread::main" being the one between fork()
 /// and the first step.
@@ -332,7 +236,7 @@ public:
     bool awaitHeld()
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, kBound, [this] { return m_held; });
+        return m_changed.wait_for(lock, kLimit, [this] { return m_held; });
     }
 
     void open()
@@ -362,7 +266,7 @@ protected:
         }
         m_held = true;
         m_changed.notify_all();
-        if (!m_changed.wait_for(lock, kBound, [this] { return m_open; }))
+        if (!m_changed.wait_for(lock, kLimit, [this] { return m_open; }))
         {
             m_timedOut = true;
         }
@@ -446,13 +350,25 @@ bool isDestroyed(Record& record)
     return record.destroyed;
 }
 
-/// Waits until no thread runs \p thread any more and its main() has let go of it, the caller's
-/// handle being the only one left; after that the thread logs nothing more.
-bool finished(const ThreadHandle& thread)
+/// Waits on \p thread's event, without a limit, on a thread of the test's own; should that wait
+/// not return within the bound, a signal releases it.
+/// \return true when the wait returned by itself within the bound.
+bool waitFromAnotherThreadReturns(const ThreadHandle& thread)
 {
-    return waitUntil(
+    std::atomic<bool> returned{false};
+    std::thread waiter(
         [&]
-        { return thread->getState() == ZnThread::STATE_DETACHED && thread->getRefCount() == 1; });
+        {
+            thread->wait(ZnThread::kInfinite);
+            returned = true;
+        });
+    const bool ok = waitUntil([&] { return returned.load(); });
+    if (!ok)
+    {
+        thread->signal();
+    }
+    waiter.join();
+    return ok;
 }
 
 // ---- Constants and texts
@@ -584,7 +500,7 @@ TEST(ZnThreadTest, ForkedThreadRunsAndFindsItselfAsCurrent)
     EXPECT_EQ(nullptr, ScriptedThread::sGetByToken(0));
     EXPECT_FALSE(ZnThread::sIsShutdownCompleted());
     record->open(1);
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
     ASSERT_TRUE(waitUntil([&] { return ZnThread::sGetThreadTableSize() == tableBefore; }));
     EXPECT_EQ(nullptr, ScriptedThread::sGetByToken(token));
     EXPECT_EQ(1, record->read([](Record& r) { return r.runExits; }));
@@ -619,7 +535,7 @@ TEST(ZnThreadTest, TableKeepsAForkedThreadAliveAfterItsCreatorLetGo)
             EXPECT_EQ(ZnThread::STATE_DETACHED, r.stateAtDestruction);
             return 0;
         });
-    EXPECT_EQ(1u, exactly(cap, "3").size());
+    EXPECT_EQ(1u, cap.findExactly("3").size());
     // The base destructor counts down after the derived one has reported.
     EXPECT_TRUE(waitUntil([&] { return ZnThread::getThreadNum() == countBefore; }));
     EXPECT_TRUE(waitUntil([&] { return ZnThread::sGetThreadTableSize() == tableBefore; }));
@@ -663,7 +579,7 @@ TEST(ZnThreadTest, ForkOfARunningThreadRaises)
     EXPECT_EQ("ZnAssertionFailure", type);
     EXPECT_EQ(ZnThread::STATE_RUNNING, thread->getState());
     record->open(1);
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
     EXPECT_EQ(1, record->read([](Record& r) { return r.runEntries; }));
 }
 
@@ -704,7 +620,7 @@ TEST(ZnThreadTest, TerminateBetweenForkAndMainSkipsRun)
         // Still initializing when told: no signal.
         EXPECT_EQ(0, record->signals.load());
         gateScope.gate().open();
-        ASSERT_TRUE(finished(thread));
+        ASSERT_TRUE(waitUntilEnded(thread));
         ASSERT_TRUE(waitUntil([&] { return ZnThread::sGetThreadTableSize() == tableBefore; }));
         // The start reference goes after main(); then the test's handle is the only one.
         ASSERT_TRUE(waitUntil([&] { return thread->getRefCount() == 1; }));
@@ -756,12 +672,12 @@ TEST(ZnThreadTest, ForkAfterMainEndedIsAllowed)
     ThreadHandle thread = makeThread(record);
     thread->fork();
     ASSERT_TRUE(record->await([](Record& r) { return r.runExits == 1; }));
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
     // main() has let go of the object: only the test's handle is left.
     ASSERT_TRUE(waitUntil([&] { return thread->getRefCount() == 1; }));
     EXPECT_NO_THROW(thread->fork());
     ASSERT_TRUE(record->await([](Record& r) { return r.runExits == 2; }));
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
     EXPECT_EQ(2, record->read([](Record& r) { return r.runEntries; }));
     EXPECT_EQ(ZnThread::STATE_RUNNING, record->read([](Record& r) { return r.stateAtRunEntry; }));
     // A new platform thread ran it the second time.
@@ -810,7 +726,7 @@ TEST(ZnThreadTest, MainLogsItsStepsAndScopesInOrder)
     thread->fork();
     thread = nullptr;
     ASSERT_TRUE(record->await(isDestroyed));
-    ASSERT_TRUE(waitUntil([&] { return !exactly(cap, "EXIT: ZnThread::main").empty(); }));
+    ASSERT_TRUE(waitUntil([&] { return !cap.findExactly("EXIT: ZnThread::main").empty(); }));
     EXPECT_EQ((std::vector<std::string>{"ENTER: ZnThread::main", "ENTER: ZnThread::initialize",
                                         "EXIT: ZnThread::initialize", "ENTER: Invoking run",
                                         "EXIT: Invoking run", "1", "3",
@@ -822,11 +738,11 @@ TEST(ZnThreadTest, MainLogsItsStepsAndScopesInOrder)
     {
         EXPECT_EQ(kThreadLogger, event.logger);
     }
-    ASSERT_EQ(1u, exactly(cap, "1").size());
-    EXPECT_EQ(Tavoris::DEBUG_LOG_LEVEL, exactly(cap, "1")[0].level);
-    EXPECT_EQ(Tavoris::DEBUG_LOG_LEVEL, exactly(cap, "3")[0].level);
-    EXPECT_EQ(Tavoris::DEBUG_LOG_LEVEL, exactly(cap, "ZnThread Exiting main")[0].level);
-    EXPECT_EQ(Tavoris::TRACE_LOG_LEVEL, exactly(cap, "ENTER: Invoking run")[0].level);
+    ASSERT_EQ(1u, cap.findExactly("1").size());
+    EXPECT_EQ(Tavoris::DEBUG_LOG_LEVEL, cap.findExactly("1")[0].level);
+    EXPECT_EQ(Tavoris::DEBUG_LOG_LEVEL, cap.findExactly("3")[0].level);
+    EXPECT_EQ(Tavoris::DEBUG_LOG_LEVEL, cap.findExactly("ZnThread Exiting main")[0].level);
+    EXPECT_EQ(Tavoris::TRACE_LOG_LEVEL, cap.findExactly("ENTER: Invoking run")[0].level);
 }
 
 TEST(ZnThreadTest, MainReturnsZeroWhenRunReturns)
@@ -860,11 +776,11 @@ TEST(ZnThreadTest, MainOfAnExitingThreadSkipsRunAndReturnsZero)
     EXPECT_EQ(ZnThread::STATE_DETACHED, thread->getState());
     EXPECT_EQ(0, record->read([](Record& r) { return r.runEntries; }));
     EXPECT_TRUE(cap.find("Invoking run").empty());
-    EXPECT_EQ(1u, exactly(cap, "ZnThread Exiting main").size());
+    EXPECT_EQ(1u, cap.findExactly("ZnThread Exiting main").size());
     // Detached again: it can be forked now, and runs.
     thread->fork();
     ASSERT_TRUE(record->await([](Record& r) { return r.runExits == 1; }));
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
 }
 
 TEST(ZnThreadTest, RunRaisingGivesMinusOneAndReportsOnTheDebugStream)
@@ -943,7 +859,7 @@ TEST(ZnThreadTest, WaitBlocksUntilSignalledAndRunsOn)
     ASSERT_TRUE(record->await([](Record& r) { return r.statesAfterWait.size() == 1; }));
     EXPECT_EQ(ZnThread::STATE_RUNNING,
               record->read([](Record& r) { return r.statesAfterWait[0]; }));
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
 }
 
 TEST(ZnThreadTest, WaitTimesOutAndRunsOn)
@@ -960,13 +876,13 @@ TEST(ZnThreadTest, WaitTimesOutAndRunsOn)
             EXPECT_EQ(ZnThread::STATE_RUNNING, r.statesAfterWait.at(0));
             return 0;
         });
-    ASSERT_TRUE(finished(thread));
-    const auto figures = exactly(cap, "aMilliSeconds=120");
+    ASSERT_TRUE(waitUntilEnded(thread));
+    const auto figures = cap.findExactly("aMilliSeconds=120");
     ASSERT_EQ(1u, figures.size());
     EXPECT_EQ(Tavoris::DEBUG_LOG_LEVEL, figures[0].level);
     EXPECT_EQ(kThreadLogger, figures[0].logger);
-    EXPECT_EQ(1u, exactly(cap, "ENTER: ZnThread::wait").size());
-    EXPECT_EQ(1u, exactly(cap, "EXIT: ZnThread::wait").size());
+    EXPECT_EQ(1u, cap.findExactly("ENTER: ZnThread::wait").size());
+    EXPECT_EQ(1u, cap.findExactly("EXIT: ZnThread::wait").size());
 }
 
 TEST(ZnThreadTest, SignalBeforeWaitMakesAnInfiniteWaitReturnAtOnce)
@@ -990,7 +906,7 @@ TEST(ZnThreadTest, SignalBeforeWaitMakesAnInfiniteWaitReturnAtOnce)
     ASSERT_TRUE(returned);
     EXPECT_EQ(ZnThread::STATE_RUNNING,
               record->read([](Record& r) { return r.statesAfterWait[0]; }));
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
 }
 
 TEST(ZnThreadTest, SeveralSignalsCountAsOne)
@@ -1018,7 +934,7 @@ TEST(ZnThreadTest, SeveralSignalsCountAsOne)
     // The second wait found no signal left and ran out of time.
     EXPECT_GE(record->read([](Record& r) { return r.waitMilliseconds[1]; }), 290);
     EXPECT_EQ(3, record->signals.load());
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
 }
 
 TEST(ZnThreadTest, SignalMakesTheEventWhenNoneExists)
@@ -1027,20 +943,7 @@ TEST(ZnThreadTest, SignalMakesTheEventWhenNoneExists)
     ThreadHandle thread = makeThread(record);
     // Never forked, so no event yet: signal() makes it, and the signal stays in it.
     thread->signal();
-    std::atomic<bool> returned{false};
-    std::thread waiter(
-        [&]
-        {
-            thread->wait(ZnThread::kInfinite);
-            returned = true;
-        });
-    const bool ok = waitUntil([&] { return returned.load(); });
-    if (!ok)
-    {
-        thread->signal();
-    }
-    waiter.join();
-    EXPECT_TRUE(ok);
+    EXPECT_TRUE(waitFromAnotherThreadReturns(thread));
 }
 
 TEST(ZnThreadTest, SignalsFromManyThreadsAtOnceMakeOneEventAndCountAsOne)
@@ -1131,10 +1034,10 @@ TEST(ZnThreadTest, TerminateWhileRunningStoresTheExitAndSignals)
     thread->terminate();
     EXPECT_EQ(ZnThread::STATE_EXITING, thread->getState());
     EXPECT_EQ(1, record->signals.load());
-    EXPECT_EQ(1u, exactly(cap, "m_State=2").size());
-    EXPECT_EQ(1u, exactly(cap, kEarlyExitWarning).size());
+    EXPECT_EQ(1u, cap.findExactly("m_State=2").size());
+    EXPECT_EQ(1u, cap.findExactly(kEarlyExitWarning).size());
     record->open(1);
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
     EXPECT_EQ(1, record->read([](Record& r) { return r.runExits; }));
 }
 
@@ -1152,14 +1055,14 @@ TEST(ZnThreadTest, TerminateWhileBlockedWakesTheWaiterWhichStaysExiting)
     ASSERT_TRUE(waitUntil([&] { return thread->getState() == ZnThread::STATE_BLOCKED; }));
     thread->terminate();
     EXPECT_EQ(1, record->signals.load());
-    EXPECT_EQ(1u, exactly(cap, "m_State=3").size());
+    EXPECT_EQ(1u, cap.findExactly("m_State=3").size());
     ASSERT_TRUE(record->await([](Record& r) { return r.waitingAtGate == 1; }));
     // The woken wait did not overwrite the exit.
     EXPECT_EQ(ZnThread::STATE_EXITING,
               record->read([](Record& r) { return r.statesAfterWait[0]; }));
     EXPECT_EQ(ZnThread::STATE_EXITING, thread->getState());
     record->open(1);
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
 }
 
 TEST(ZnThreadTest, WaitOnAnExitingThreadReturnsAtOnce)
@@ -1169,22 +1072,9 @@ TEST(ZnThreadTest, WaitOnAnExitingThreadReturnsAtOnce)
     ThreadHandle thread = makeThread(record);
     thread->terminate();
     cap.clear();
-    std::atomic<bool> returned{false};
-    std::thread waiter(
-        [&]
-        {
-            thread->wait(ZnThread::kInfinite);
-            returned = true;
-        });
-    const bool ok = waitUntil([&] { return returned.load(); });
-    if (!ok)
-    {
-        thread->signal();
-    }
-    waiter.join();
-    EXPECT_TRUE(ok);
+    EXPECT_TRUE(waitFromAnotherThreadReturns(thread));
     EXPECT_EQ(ZnThread::STATE_EXITING, thread->getState());
-    EXPECT_EQ(1u, exactly(cap, "aMilliSeconds=4294967295").size());
+    EXPECT_EQ(1u, cap.findExactly("aMilliSeconds=4294967295").size());
 }
 
 TEST(ZnThreadTest, WaitOnAnExitingThreadLeavesTheSignalForLater)
@@ -1216,7 +1106,7 @@ TEST(ZnThreadTest, WaitOnAnExitingThreadLeavesTheSignalForLater)
     ASSERT_EQ(1, record->signals.load());
     record->open(1);
     ASSERT_TRUE(record->await([](Record& r) { return r.runExits == 1; }));
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
     ASSERT_TRUE(waitUntil([&] { return thread->getRefCount() == 1; }));
     record->read(
         [](Record& r)
@@ -1238,7 +1128,7 @@ TEST(ZnThreadTest, WaitOnAnExitingThreadLeavesTheSignalForLater)
             EXPECT_EQ(ZnThread::STATE_RUNNING, r.statesAfterWait.at(2));
             return 0;
         });
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
 }
 
 // ---- block and display
@@ -1280,7 +1170,7 @@ TEST(ZnThreadTest, DisplayShowsTheTokenOfARunningThread)
     EXPECT_EQ(object.text + "\t" + hex8(thread->getToken()) + "\tRUNNING\n", out.text);
     EXPECT_EQ(1, out.flushes);
     record->open(1);
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
     StringOutputStream after;
     thread->display(after);
     EXPECT_NE(std::string::npos, after.text.find("\t" + hex8(thread->getToken()) + "\tDETACHED\n"));
@@ -1299,7 +1189,7 @@ TEST(ZnThreadTest, DisplayShowsBlockedAndExitingStates)
     ASSERT_GE(blocked.text.size(), tail.size());
     EXPECT_EQ(tail, blocked.text.substr(blocked.text.size() - tail.size()));
     thread->terminate();
-    ASSERT_TRUE(finished(thread));
+    ASSERT_TRUE(waitUntilEnded(thread));
 
     ThreadHandle exiting = makeThread(record);
     exiting->terminate();

@@ -4,8 +4,6 @@
 #include "ZnUtil/ZnEventQueue.h"
 #include "ZnUtil/ZnHandle.h"
 #include "ZnUtil/ZnObject.h"
-#include "ZnUtil/ZnObservable.h"
-#include "ZnUtil/ZnObserver.h"
 #include "ZnUtil/ZnPlatform.h"
 #include "ZnUtil/ZnThread.h"
 #include "ZnUtil/ZnThreadPool.h"
@@ -18,15 +16,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/CapturingAppender.h"
+#include "support/RecordingObserver.h"
+#include "support/ThreadSettling.h"
+#include "support/WaitUntil.h"
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -35,78 +31,12 @@ extern char** environ;
 namespace
 {
 
-using namespace std::chrono_literals;
 using Tavoris::MemAccount;
-
-const std::chrono::seconds kLimit(10);
-
-/// Polls \p pred until it holds or \p limit has passed.
-/// \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, std::chrono::milliseconds limit = kLimit)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (int round = 0; !pred(); ++round)
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return pred();
-        }
-        if (round < 1000)
-        {
-            std::this_thread::yield();
-        }
-        else
-        {
-            std::this_thread::sleep_for(100us);
-        }
-    }
-    return true;
-}
-
-/// The library's threads that ran notifications of this program. Before the program ends each of
-/// them is to be back in its wait: a worker on its way there still uses the loggers, which go
-/// away at exit.
-class SettlingEnvironment : public ::testing::Environment
-{
-public:
-    static void sNote(ZnThread* aThread)
-    {
-        if (aThread == nullptr)
-        {
-            return;
-        }
-        std::lock_guard<std::mutex> lock(sm_mutex);
-        sm_threads.insert(aThread);
-    }
-
-    void TearDown() override
-    {
-        std::set<ZnThread*> threads;
-        {
-            std::lock_guard<std::mutex> lock(sm_mutex);
-            threads = sm_threads;
-        }
-        for (ZnThread* thread : threads)
-        {
-            // A dispatcher that ran a notification itself, its pool being busy, went back to its
-            // queue, not to wait().
-            if (dynamic_cast<ZnDispatcherThread*>(thread) != nullptr)
-            {
-                continue;
-            }
-            EXPECT_TRUE(
-                waitUntil([thread] { return thread->getState() == ZnThread::STATE_BLOCKED; }));
-        }
-    }
-
-private:
-    static std::mutex sm_mutex;
-    static std::set<ZnThread*> sm_threads; // never ended: no shutdown here
-};
-
-std::mutex SettlingEnvironment::sm_mutex;
-std::set<ZnThread*> SettlingEnvironment::sm_threads;
+using ZnTest::Notification;
+using ZnTest::RecordingObserver;
+using ZnTest::SettlingEnvironment;
+using ZnTest::Tag;
+using ZnTest::waitUntil;
 
 [[maybe_unused]] ::testing::Environment* const s_settling =
     ::testing::AddGlobalTestEnvironment(new SettlingEnvironment());
@@ -121,57 +51,6 @@ ZnTimerDispatcher* dispatcher()
     s_dispatcherUsed.store(true);
     return ZnTimerDispatcher::getInstance();
 }
-
-/// An argument that can be told apart from others by its name.
-class Tag : public ZnObject
-{
-public:
-    explicit Tag(std::string name) : m_name(std::move(name)) {}
-    const std::string& getName() const { return m_name; }
-
-private:
-    std::string m_name;
-};
-
-/// What one notification brought.
-struct Notification
-{
-    ZnObservable* source; // compared, never used
-    ZnHandle<ZnObject> argument;
-    ZnThread* thread; // compared, never used
-};
-
-/// Records every notification it gets.
-class RecordingObserver : public ZnObserver
-{
-public:
-    void onNotification(ZnHandle<ZnObservable> aSource, ZnHandle<ZnObject> aArgument) override
-    {
-        Notification notification{aSource, aArgument, ZnThread::sGetCurrent()};
-        SettlingEnvironment::sNote(notification.thread);
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_notifications.push_back(notification);
-        m_changed.notify_all();
-    }
-
-    /// Waits until \p count notifications have come.
-    bool waitForCount(size_t count)
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, kLimit, [&] { return m_notifications.size() >= count; });
-    }
-
-    std::vector<Notification> notifications() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_notifications;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::vector<Notification> m_notifications;
-};
 
 /// Runs this program again with \p filter as its only test, in a process of its own.
 /// \return the child's exit status, or -1 when it could not be run.

@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -19,37 +18,14 @@
 #include <vector>
 
 #include "support/CapturingAppender.h"
+#include "support/ThreadEnd.h"
+#include "support/WaitUntil.h"
 
 namespace
 {
 
-using namespace std::chrono_literals;
-
-const std::chrono::seconds kLimit(10);
-
-/// Polls \p pred until it holds or \p limit has passed.
-/// \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, std::chrono::milliseconds limit = kLimit)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (int round = 0; !pred(); ++round)
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return pred();
-        }
-        if (round < 1000)
-        {
-            std::this_thread::yield();
-        }
-        else
-        {
-            std::this_thread::sleep_for(100us);
-        }
-    }
-    return true;
-}
+using ZnTest::kLimit;
+using ZnTest::waitUntil;
 
 /// An argument with a name, to tell notifications apart.
 class Named : public ZnObject
@@ -123,7 +99,7 @@ public:
         {
             m_worker->terminate();
         }
-        EXPECT_TRUE(waitUntil([this] { return hasEnded(); }));
+        EXPECT_TRUE(ZnTest::waitUntilEnded(*m_worker));
     }
 
     PoollessWorker(const PoollessWorker&) = delete;
@@ -133,10 +109,7 @@ public:
     ZnWorkerThread* get() const { return m_worker; }
 
     /// True once the thread has ended and the thread table has let go of the object.
-    bool hasEnded() const
-    {
-        return m_worker->getState() == ZnThread::STATE_DETACHED && m_worker->getRefCount() == 1;
-    }
+    bool hasEnded() const { return ZnTest::hasEnded(*m_worker); }
 
     /// Waits until the worker sits in wait() again. Called once the job is known to have
     /// started, it tells that the job is over and the worker is ready for the next.

@@ -14,18 +14,23 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <mutex>
-#include <thread>
-#include <utility>
 #include <vector>
+
+#include "support/IndexTally.h"
+#include "support/TaskThread.h"
+#include "support/WaitUntil.h"
 
 namespace
 {
 
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
+using ZnTest::IndexTally;
+using ZnTest::LibThread;
+using ZnTest::TaskThread;
+using ZnTest::waitUntil;
 
 const int kProducers = 4;
 const int kTotalEvents = 100000;
@@ -33,92 +38,26 @@ const int kPerProducer = kTotalEvents / kProducers;
 const unsigned int kPoolThreads = 4;
 /// How long the whole run may take before the test gives up on it.
 const Clock::duration kTransferBound = 120s;
-const Clock::duration kBound = 10s;
-
-/// Polls \p pred until it holds or \p bound has passed. \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, Clock::duration bound = kBound)
-{
-    const Clock::time_point deadline = Clock::now() + bound;
-    while (!pred())
-    {
-        if (Clock::now() >= deadline)
-        {
-            return pred();
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
-
-/// Per-number counters that many threads bump at once.
-class Tally
-{
-public:
-    explicit Tally(int size) : m_counts(new std::atomic<int>[size]), m_size(size)
-    {
-        for (int i = 0; i < size; ++i)
-        {
-            m_counts[i].store(0);
-        }
-    }
-
-    void bump(int index)
-    {
-        m_total.fetch_add(1);
-        if (index >= 0 && index < m_size)
-        {
-            m_counts[index].fetch_add(1);
-        }
-        else
-        {
-            m_outOfRange.fetch_add(1);
-        }
-    }
-
-    int total() const { return m_total.load(); }
-    int outOfRange() const { return m_outOfRange.load(); }
-
-    /// The first number not counted exactly once, or -1.
-    int firstNotOnce() const
-    {
-        for (int i = 0; i < m_size; ++i)
-        {
-            if (m_counts[i].load() != 1)
-            {
-                return i;
-            }
-        }
-        return -1;
-    }
-    int countOf(int index) const { return m_counts[index].load(); }
-
-private:
-    std::unique_ptr<std::atomic<int>[]> m_counts;
-    int m_size;
-    std::atomic<int> m_total{0};
-    std::atomic<int> m_outOfRange{0};
-};
 
 /// The work an event carries: a counted object that tells its destruction.
 class Payload : public ZnObject
 {
 public:
-    Payload(int index, Tally* destroyed) : m_index(index), m_destroyed(destroyed) {}
+    Payload(int index, IndexTally* destroyed) : m_index(index), m_destroyed(destroyed) {}
     ~Payload() override { m_destroyed->bump(m_index); }
 
     int getIndex() const { return m_index; }
 
 private:
     int m_index;
-    Tally* m_destroyed;
+    IndexTally* m_destroyed;
 };
 
 /// An event that holds its payload; tells its own destruction.
 class PayloadEvent : public ZnBaseEvent
 {
 public:
-    PayloadEvent(Payload* payload, Tally* destroyed)
+    PayloadEvent(Payload* payload, IndexTally* destroyed)
         : m_payload(payload), m_index(payload->getIndex()), m_destroyed(destroyed)
     {
     }
@@ -129,14 +68,14 @@ public:
 private:
     ZnHandle<Payload> m_payload;
     int m_index;
-    Tally* m_destroyed;
+    IndexTally* m_destroyed;
 };
 
 /// Counts each payload it is told of, and keeps the threads that told it.
 class CountingObserver : public ZnObserver
 {
 public:
-    explicit CountingObserver(Tally* processed)
+    explicit CountingObserver(IndexTally* processed)
         : m_processed(processed), m_pMutex(ZnMutex::sAllocate())
     {
     }
@@ -175,7 +114,7 @@ public:
     int withSource() const { return m_withSource.load(); }
 
 private:
-    Tally* m_processed;
+    IndexTally* m_processed;
     ZnMutex* m_pMutex;
     std::vector<ZnHandle<ZnThread>> m_threads; // guarded by m_pMutex
     std::atomic<int> m_withSource{0};
@@ -209,60 +148,6 @@ private:
     ZnHandle<ZnObserver> m_observer;
     std::atomic<bool>* m_destroyed;
     std::atomic<int> m_foreign{0};
-};
-
-/// A library thread that runs a function, and tells when the object is destroyed.
-class TaskThread : public ZnThread
-{
-public:
-    explicit TaskThread(std::function<void(TaskThread&)> body)
-        : m_body(std::move(body)), m_destroyed(std::make_shared<std::atomic<bool>>(false))
-    {
-    }
-    ~TaskThread() override { m_destroyed->store(true); }
-
-    void run() override { m_body(*this); }
-
-    std::shared_ptr<std::atomic<bool>> destroyedFlag() const { return m_destroyed; }
-
-private:
-    std::function<void(TaskThread&)> m_body;
-    std::shared_ptr<std::atomic<bool>> m_destroyed;
-};
-
-/// A forked TaskThread held for the test. Should the test stop early, the thread is told to exit
-/// and waited for.
-class LibThread
-{
-public:
-    explicit LibThread(std::function<void(TaskThread&)> body)
-        : m_thread(new TaskThread(std::move(body))), m_destroyed(m_thread->destroyedFlag())
-    {
-        m_thread->fork();
-    }
-
-    ~LibThread()
-    {
-        if (!m_thread.isNil() && m_thread->getState() != ZnThread::STATE_DETACHED)
-        {
-            m_thread->terminate();
-        }
-        finish();
-    }
-
-    LibThread(const LibThread&) = delete;
-    LibThread& operator=(const LibThread&) = delete;
-
-    /// Drops the hold and waits until the object is gone, that is until its main() has ended.
-    bool finish()
-    {
-        m_thread = nullptr;
-        return waitUntil([this] { return m_destroyed->load(); });
-    }
-
-private:
-    ZnHandle<TaskThread> m_thread;
-    std::shared_ptr<std::atomic<bool>> m_destroyed;
 };
 
 /// Ends a running dispatcher when the test leaves, however it leaves: terminate, then a wake-up
@@ -311,9 +196,9 @@ bool endWorkers(std::vector<ZnHandle<ZnThread>>& workers)
 
 TEST(ZnDispatcherConcurrencyTest, FourProducersEveryEventProcessedAndDeletedOnce)
 {
-    Tally processed(kTotalEvents);
-    Tally eventsDestroyed(kTotalEvents);
-    Tally payloadsDestroyed(kTotalEvents);
+    IndexTally processed(kTotalEvents);
+    IndexTally eventsDestroyed(kTotalEvents);
+    IndexTally payloadsDestroyed(kTotalEvents);
     std::atomic<bool> dispatcherDestroyed{false};
     const unsigned int tableBefore = ZnThread::sGetThreadTableSize();
     {

@@ -1,25 +1,29 @@
 #include "ZnUtil/ZnBaseEvent.h"
 #include "ZnUtil/ZnEventQueue.h"
-#include "ZnUtil/ZnHandle.h"
 #include "ZnUtil/ZnThread.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
+
+#include "support/IndexTally.h"
+#include "support/TaskThread.h"
+#include "support/WaitUntil.h"
 
 namespace
 {
 
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
+using ZnTest::LibThread;
+using ZnTest::TaskThread;
+using ZnTest::waitUntil;
 
 const int kProducers = 4;
 const int kTotalEvents = 100000;
@@ -27,77 +31,29 @@ const int kPerProducer = kTotalEvents / kProducers;
 const int kRing = static_cast<int>(ZnEventQueue::kRingSize);
 /// How long the whole transfer may take before the test gives up on it.
 const Clock::duration kTransferBound = 120s;
-const Clock::duration kBound = 10s;
 /// Three slices and more of the queue: long enough to see that something does not happen.
 const Clock::duration kQuietWindow = 300ms;
-
-/// Polls \p pred until it holds or \p bound has passed. \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, Clock::duration bound = kBound)
-{
-    const Clock::time_point deadline = Clock::now() + bound;
-    while (!pred())
-    {
-        if (Clock::now() >= deadline)
-        {
-            return pred();
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
 
 /// Counts constructions and destructions of events, and destructions per event number.
 class EventLedger
 {
 public:
-    explicit EventLedger(int events) : m_deletions(new std::atomic<int>[events]), m_size(events)
-    {
-        for (int i = 0; i < events; ++i)
-        {
-            m_deletions[i].store(0);
-        }
-    }
+    explicit EventLedger(int events) : m_destroyed(events) {}
 
     void constructed() { m_constructed.fetch_add(1); }
-    void destroyed(int index)
-    {
-        m_destroyed.fetch_add(1);
-        if (index >= 0 && index < m_size)
-        {
-            m_deletions[index].fetch_add(1);
-        }
-        else
-        {
-            m_outOfRange.fetch_add(1);
-        }
-    }
+    void destroyed(int index) { m_destroyed.bump(index); }
 
     int constructedCount() const { return m_constructed.load(); }
-    int destroyedCount() const { return m_destroyed.load(); }
-    int outOfRange() const { return m_outOfRange.load(); }
-    int deletionsOf(int index) const { return m_deletions[index].load(); }
+    int destroyedCount() const { return m_destroyed.total(); }
+    int outOfRange() const { return m_destroyed.outOfRange(); }
+    int deletionsOf(int index) const { return m_destroyed.countOf(index); }
 
     /// Event numbers deleted other than once, at most \p limit of them.
-    std::vector<int> notDeletedOnce(size_t limit = 10) const
-    {
-        std::vector<int> wrong;
-        for (int i = 0; i < m_size && wrong.size() < limit; ++i)
-        {
-            if (m_deletions[i].load() != 1)
-            {
-                wrong.push_back(i);
-            }
-        }
-        return wrong;
-    }
+    std::vector<int> notDeletedOnce(size_t limit = 10) const { return m_destroyed.notOnce(limit); }
 
 private:
-    std::unique_ptr<std::atomic<int>[]> m_deletions;
-    int m_size;
     std::atomic<int> m_constructed{0};
-    std::atomic<int> m_destroyed{0};
-    std::atomic<int> m_outOfRange{0};
+    ZnTest::IndexTally m_destroyed;
 };
 
 /// An event numbered by its producer and by its place in that producer's sequence.
@@ -119,63 +75,6 @@ private:
     int m_sequence;
     int m_index;
     EventLedger* m_ledger;
-};
-
-/// A library thread that runs a function, and tells when the object is destroyed.
-class TaskThread : public ZnThread
-{
-public:
-    explicit TaskThread(std::function<void(TaskThread&)> body)
-        : m_body(std::move(body)), m_destroyed(std::make_shared<std::atomic<bool>>(false))
-    {
-    }
-    ~TaskThread() override { m_destroyed->store(true); }
-
-    void run() override { m_body(*this); }
-
-    std::shared_ptr<std::atomic<bool>> destroyedFlag() const { return m_destroyed; }
-
-private:
-    std::function<void(TaskThread&)> m_body;
-    std::shared_ptr<std::atomic<bool>> m_destroyed;
-};
-
-/// A forked TaskThread held for the test. Should the test stop early, the thread is told to exit
-/// and waited for, so that it never outlives the queue it uses.
-class LibThread
-{
-public:
-    explicit LibThread(std::function<void(TaskThread&)> body)
-        : m_thread(new TaskThread(std::move(body))), m_destroyed(m_thread->destroyedFlag())
-    {
-        m_thread->fork();
-    }
-
-    ~LibThread()
-    {
-        if (!m_thread.isNil() && m_thread->getState() != ZnThread::STATE_DETACHED)
-        {
-            m_thread->terminate();
-        }
-        finish();
-    }
-
-    LibThread(const LibThread&) = delete;
-    LibThread& operator=(const LibThread&) = delete;
-
-    TaskThread* operator->() const { return m_thread; }
-    unsigned int getToken() const { return m_thread->getToken(); }
-
-    /// Drops the hold and waits until the object is gone, that is until its main() has ended.
-    bool finish()
-    {
-        m_thread = nullptr;
-        return waitUntil([this] { return m_destroyed->load(); });
-    }
-
-private:
-    ZnHandle<TaskThread> m_thread;
-    std::shared_ptr<std::atomic<bool>> m_destroyed;
 };
 
 /// What the consumer found, checked after the transfer.
@@ -226,6 +125,16 @@ void consume(ZnEventQueue& queue, int count, int producers, ConsumerReport& repo
     }
 }
 
+/// Checks that the consumer took all kTotalEvents, each in its producer's order, and nothing else.
+void expectEveryEventTakenInOrder(const ConsumerReport& report)
+{
+    EXPECT_EQ(kTotalEvents, report.taken.load());
+    EXPECT_EQ(0, report.nulls);
+    EXPECT_EQ(0, report.foreign);
+    EXPECT_EQ(0, report.badProducer);
+    EXPECT_EQ(0, report.outOfOrder) << report.firstProblem;
+}
+
 TEST(ZnEventQueueConcurrencyTest, FourProducersOneConsumerNoEventLostOrDoubled)
 {
     EventLedger ledger(kTotalEvents);
@@ -262,11 +171,7 @@ TEST(ZnEventQueueConcurrencyTest, FourProducersOneConsumerNoEventLostOrDoubled)
         }
         EXPECT_TRUE(consumer.finish());
 
-        EXPECT_EQ(kTotalEvents, report.taken.load());
-        EXPECT_EQ(0, report.nulls);
-        EXPECT_EQ(0, report.foreign);
-        EXPECT_EQ(0, report.badProducer);
-        EXPECT_EQ(0, report.outOfOrder) << report.firstProblem;
+        expectEveryEventTakenInOrder(report);
         EXPECT_EQ(0u, queue.getSize());
         EXPECT_EQ(static_cast<unsigned int>(kTotalEvents % kRing), queue.getReadIndex());
         EXPECT_EQ(static_cast<unsigned int>(kTotalEvents % kRing), queue.getWriteIndex());
@@ -325,11 +230,7 @@ TEST(ZnEventQueueConcurrencyTest, FourForeignProducersOneConsumerNoEventLostOrDo
         ASSERT_TRUE(transferred) << "taken " << report.taken.load() << " of " << kTotalEvents;
         EXPECT_TRUE(consumer.finish());
 
-        EXPECT_EQ(kTotalEvents, report.taken.load());
-        EXPECT_EQ(0, report.nulls);
-        EXPECT_EQ(0, report.foreign);
-        EXPECT_EQ(0, report.badProducer);
-        EXPECT_EQ(0, report.outOfOrder) << report.firstProblem;
+        expectEveryEventTakenInOrder(report);
         EXPECT_EQ(0u, queue.getSize());
     }
     EXPECT_EQ(kTotalEvents, ledger.constructedCount());
@@ -416,11 +317,7 @@ TEST(ZnEventQueueConcurrencyTest, SingleProducerAndConsumerKeepTheOrder)
         EXPECT_TRUE(producer.finish());
         EXPECT_TRUE(consumer.finish());
 
-        EXPECT_EQ(kTotalEvents, report.taken.load());
-        EXPECT_EQ(0, report.nulls);
-        EXPECT_EQ(0, report.foreign);
-        EXPECT_EQ(0, report.badProducer);
-        EXPECT_EQ(0, report.outOfOrder) << report.firstProblem;
+        expectEveryEventTakenInOrder(report);
         EXPECT_EQ(0u, queue.getSize());
         // The one producer was recorded.
         EXPECT_NE(0u, producerToken.load());

@@ -9,46 +9,22 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "support/RunTogether.h"
+#include "support/ThreadEnd.h"
+#include "support/WaitUntil.h"
 
 namespace
 {
 
-using namespace std::chrono_literals;
+using ZnTest::waitUntil;
 
 const int kCallers = 4;
 const int kNotificationsPerCaller = 20000;
 const unsigned int kMaximum = 4;
-
-/// Polls \p pred until it holds or \p limit has passed.
-/// \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, std::chrono::milliseconds limit = 10s)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (int round = 0; !pred(); ++round)
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return pred();
-        }
-        if (round < 1000)
-        {
-            std::this_thread::yield();
-        }
-        else
-        {
-            std::this_thread::sleep_for(100us);
-        }
-    }
-    return true;
-}
 
 /// The argument of one notification, numbered across all callers.
 class Numbered : public ZnObject
@@ -174,17 +150,7 @@ TEST(ZnThreadPoolConcurrencyTest, EveryNotificationIsDeliveredExactlyOnce)
     // End the workers; each one leaves the pool.
     std::vector<ZnHandle<ZnThread>> workers = observer->takeWorkers();
     EXPECT_EQ(pool.getThreadCount(), workers.size());
-    for (ZnHandle<ZnThread>& worker : workers)
-    {
-        worker->terminate();
-    }
-    for (ZnHandle<ZnThread>& worker : workers)
-    {
-        EXPECT_TRUE(waitUntil(
-            [&] {
-                return worker->getState() == ZnThread::STATE_DETACHED && worker->getRefCount() == 1;
-            }));
-    }
+    EXPECT_TRUE(ZnTest::terminateAllAndWait(workers));
     EXPECT_EQ(0u, pool.getThreadCount());
 }
 
@@ -219,17 +185,7 @@ TEST(ZnThreadPoolConcurrencyTest, SourceNotificationsFromManyCallersAreEachDeliv
     EXPECT_LE(pool.getThreadCount(), kMaximum + kCallers);
 
     std::vector<ZnHandle<ZnThread>> workers = observer->takeWorkers();
-    for (ZnHandle<ZnThread>& worker : workers)
-    {
-        worker->terminate();
-    }
-    for (ZnHandle<ZnThread>& worker : workers)
-    {
-        EXPECT_TRUE(waitUntil(
-            [&] {
-                return worker->getState() == ZnThread::STATE_DETACHED && worker->getRefCount() == 1;
-            }));
-    }
+    EXPECT_TRUE(ZnTest::terminateAllAndWait(workers));
     EXPECT_EQ(0u, pool.getThreadCount());
     source->detachObserver(observer);
 }

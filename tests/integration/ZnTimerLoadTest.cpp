@@ -1,4 +1,3 @@
-#include "ZnUtil/ZnDispatcherThread.h"
 #include "ZnUtil/ZnHandle.h"
 #include "ZnUtil/ZnMonitorThread.h"
 #include "ZnUtil/ZnObject.h"
@@ -7,7 +6,6 @@
 #include "ZnUtil/ZnScheduler.h"
 #include "ZnUtil/ZnThread.h"
 #include "ZnUtil/ZnThreadPool.h"
-#include "ZnUtil/ZnTime.h"
 #include "ZnUtil/ZnTimer.h"
 #include "ZnUtil/ZnTimerDispatcher.h"
 
@@ -21,97 +19,28 @@
 #include <memory>
 #include <mutex>
 #include <random>
-#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/RecordingObserver.h"
 #include "support/RunTogether.h"
+#include "support/ThreadSettling.h"
+#include "support/WaitUntil.h"
 
 namespace
 {
 
-using namespace std::chrono_literals;
+using ZnTest::nowMicros;
+using ZnTest::SettlingEnvironment;
+using ZnTest::waitUntil;
 
-const std::chrono::seconds kLimit(20);
-
-/// Polls \p pred until it holds or \p limit has passed.
-/// \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, std::chrono::milliseconds limit = kLimit)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (int round = 0; !pred(); ++round)
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return pred();
-        }
-        if (round < 1000)
-        {
-            std::this_thread::yield();
-        }
-        else
-        {
-            std::this_thread::sleep_for(100us);
-        }
-    }
-    return true;
-}
-
-/// The clock the scheduler keys its timers on, in microseconds.
-int64_t nowMicros()
-{
-    return ZnTime::sGetCurrentTime().getAsLong();
-}
-
-/// The library's threads that ran notifications of this program. Before the program ends each of
-/// them is to be back in its wait: a worker on its way there still uses the loggers, which go
-/// away at exit.
-class SettlingEnvironment : public ::testing::Environment
-{
-public:
-    static void sNote(ZnThread* aThread)
-    {
-        if (aThread == nullptr)
-        {
-            return;
-        }
-        std::lock_guard<std::mutex> lock(sm_mutex);
-        sm_threads.insert(aThread);
-    }
-
-    void TearDown() override
-    {
-        std::set<ZnThread*> threads;
-        {
-            std::lock_guard<std::mutex> lock(sm_mutex);
-            threads = sm_threads;
-        }
-        for (ZnThread* thread : threads)
-        {
-            // A dispatcher that ran a notification itself, its pool being busy, went back to its
-            // queue, not to wait().
-            if (dynamic_cast<ZnDispatcherThread*>(thread) != nullptr)
-            {
-                continue;
-            }
-            EXPECT_TRUE(
-                waitUntil([thread] { return thread->getState() == ZnThread::STATE_BLOCKED; }));
-        }
-    }
-
-private:
-    static std::mutex sm_mutex;
-    static std::set<ZnThread*> sm_threads; // never ended: no shutdown here
-};
-
-std::mutex SettlingEnvironment::sm_mutex;
-std::set<ZnThread*> SettlingEnvironment::sm_threads;
+/// How long a step of a run under load may take.
+const std::chrono::seconds kLoadLimit(20);
 
 [[maybe_unused]] ::testing::Environment* const s_settling =
-    ::testing::AddGlobalTestEnvironment(new SettlingEnvironment());
+    ::testing::AddGlobalTestEnvironment(new SettlingEnvironment(kLoadLimit));
 
 /// An argument that names the timer it belongs to.
 class Indexed : public ZnObject
@@ -153,7 +82,7 @@ public:
     bool waitForCount(size_t count)
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, kLimit, [&] { return m_firings.size() >= count; });
+        return m_changed.wait_for(lock, kLoadLimit, [&] { return m_firings.size() >= count; });
     }
 
     std::vector<Firing> firings() const
@@ -230,18 +159,19 @@ bool drainTimers()
 {
     ZnMonitorThread* monitor = ZnMonitorThread::sGetCurrent();
     SettlingEnvironment::sNote(monitor);
-    if (!waitUntil([monitor] { return monitor->getScheduler().getSize() == 0U; }))
+    if (!waitUntil([monitor] { return monitor->getScheduler().getSize() == 0U; }, kLoadLimit))
     {
         return false;
     }
     ZnHandle<Marker> marker(new Marker());
     ZnMonitorThread::sMonitorTime(0, marker, nullptr);
-    if (!waitUntil([&marker] { return marker->fired(); }))
+    if (!waitUntil([&marker] { return marker->fired(); }, kLoadLimit))
     {
         return false;
     }
     ZnThreadPool* pool = ZnTimerDispatcher::getInstance()->getThreadPool();
-    return waitUntil([pool] { return pool->getAvailableCount() == pool->getThreadCount(); });
+    return waitUntil([pool] { return pool->getAvailableCount() == pool->getThreadCount(); },
+                     kLoadLimit);
 }
 
 TEST(ZnTimerLoadTest, TenThousandTimersFireOnceNotEarlyAndInTheirOrder)
@@ -415,7 +345,7 @@ TEST(ZnTimerLoadTest, CancelledTimersNeverFireFromFourThreads)
         cancelled += fates[i] == kCancelled;
         tooLate += fates[i] == kTooLate;
     }
-    ASSERT_TRUE(waitUntil([&] { return tally->total.load() >= expected; }));
+    ASSERT_TRUE(waitUntil([&] { return tally->total.load() >= expected; }, kLoadLimit));
     ASSERT_TRUE(drainTimers());
 
     for (size_t i = 0; i < count; ++i)

@@ -11,76 +11,30 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "support/CapturingAppender.h"
+#include "support/DefaultErrorStream.h"
+#include "support/GuardedRecord.h"
 #include "support/RecordingOutputStream.h"
+#include "support/WaitUntil.h"
 
 namespace
 {
 
-using Clock = std::chrono::steady_clock;
+using ZnTest::DefaultErrorStreamScope;
+using ZnTest::waitUntil;
 
 const char* const kThreadLogger = "corvane.zn.ZnThread";
 
-constexpr std::chrono::seconds kBound(10);
-
-template <class Predicate>
-bool waitUntil(Predicate predicate, Clock::duration limit = kBound)
-{
-    const Clock::time_point deadline = Clock::now() + limit;
-    while (!predicate())
-    {
-        if (Clock::now() >= deadline)
-        {
-            return predicate();
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
-    return true;
-}
-
 /// What the test threads report.
-class Tracker
+class Tracker : public ZnTest::GuardedRecord<Tracker>
 {
 public:
-    template <class Change>
-    void update(Change change)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        change(*this);
-        m_changed.notify_all();
-    }
-
-    template <class Predicate>
-    bool await(Predicate predicate)
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, kBound, [&] { return predicate(*this); });
-    }
-
-    template <class Reader>
-    auto read(Reader reader)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return reader(*this);
-    }
-
     bool processSeenWaiting = false;
     int netCountDuringRun = -1;
     int shutdownsStarted = 0;
     int ended = 0;
     int raised = 0;
     int destroyed = 0;
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
 };
 
 /// Waits until the process sleeps in its run(), notes the network library's count, starts the
@@ -143,40 +97,6 @@ private:
     Tracker& m_tracker;
 };
 
-/// Events whose message is exactly \p text.
-std::vector<ZnTest::CapturedEvent> exactly(const ZnTest::LogCapture& cap, const std::string& text)
-{
-    std::vector<ZnTest::CapturedEvent> found;
-    for (const ZnTest::CapturedEvent& event : cap.events())
-    {
-        if (event.message == text)
-        {
-            found.push_back(event);
-        }
-    }
-    return found;
-}
-
-/// Makes a stream the default error stream for the life of the object, then puts the previous
-/// one back.
-class DefaultErrorStreamScope
-{
-public:
-    explicit DefaultErrorStreamScope(ZnErrorStream* stream)
-        : m_stream(stream), m_previous(ZnErrorStream::sSetDefault(stream))
-    {
-    }
-    ~DefaultErrorStreamScope()
-    {
-        ZnErrorStream::sSetDefault(m_previous);
-        delete m_stream;
-    }
-
-private:
-    ZnErrorStream* m_stream;
-    ZnErrorStream* m_previous;
-};
-
 TEST(ZnShutdownProcessMainTest, MainReturnsOnceAnotherThreadShutsTheProcessDown)
 {
     ASSERT_FALSE(ZnThread::sShuttingDown()) << "each test needs a process of its own";
@@ -209,9 +129,9 @@ TEST(ZnShutdownProcessMainTest, MainReturnsOnceAnotherThreadShutsTheProcessDown)
     EXPECT_TRUE(ZnThread::sShuttingDown());
     EXPECT_EQ(ZnThread::STATE_DETACHED, process->getState());
     // main() shut down again on its way out, on the main thread.
-    EXPECT_EQ(1u, exactly(cap, "ENTER: this == ZnProcess::sm_pTheOneAndOnly").size());
-    EXPECT_EQ(1u, exactly(cap, "EXIT: this == ZnProcess::sm_pTheOneAndOnly").size());
-    EXPECT_GE(exactly(cap, "ENTER: ZnThread::sInitiateShutdown").size(), 2u);
+    EXPECT_EQ(1u, cap.findExactly("ENTER: this == ZnProcess::sm_pTheOneAndOnly").size());
+    EXPECT_EQ(1u, cap.findExactly("EXIT: this == ZnProcess::sm_pTheOneAndOnly").size());
+    EXPECT_GE(cap.findExactly("ENTER: ZnThread::sInitiateShutdown").size(), 2u);
     EXPECT_TRUE(tracker.await([](Tracker& t) { return t.destroyed == 1; }));
     EXPECT_TRUE(waitUntil([] { return ZnThread::getThreadNum() == 1; }));
 }

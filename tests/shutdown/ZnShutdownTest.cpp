@@ -8,65 +8,25 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "support/CapturingAppender.h"
+#include "support/GuardedRecord.h"
+#include "support/WaitUntil.h"
 
 namespace
 {
 
-using Clock = std::chrono::steady_clock;
+using ZnTest::waitUntil;
 
 const char* const kThreadLogger = "corvane.zn.ZnThread";
 
-constexpr std::chrono::seconds kBound(10);
-
-template <class Predicate>
-bool waitUntil(Predicate predicate, Clock::duration limit = kBound)
-{
-    const Clock::time_point deadline = Clock::now() + limit;
-    while (!predicate())
-    {
-        if (Clock::now() >= deadline)
-        {
-            return predicate();
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
-    return true;
-}
-
 /// What the test threads report, and the gate that holds them at the end of run().
-class Tracker
+class Tracker : public ZnTest::GuardedRecord<Tracker>
 {
 public:
-    template <class Change>
-    void update(Change change)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        change(*this);
-        m_changed.notify_all();
-    }
-
-    template <class Predicate>
-    bool await(Predicate predicate)
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, kBound, [&] { return predicate(*this); });
-    }
-
-    template <class Reader>
-    auto read(Reader reader)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return reader(*this);
-    }
-
     void openGate()
     {
         update([](Tracker& t) { t.gateOpen = true; });
@@ -81,10 +41,6 @@ public:
     bool gateTimedOut = false;
     std::vector<ZnThread::State> statesAfterWait;
     std::vector<int> terminatesAtRunEnd;
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
 };
 
 /// A thread that waits on its event until it is told to exit; with \p holdAtEnd it then stops at
@@ -134,20 +90,6 @@ private:
     const bool m_once;
 };
 
-/// Events whose message is exactly \p text.
-std::vector<ZnTest::CapturedEvent> exactly(const ZnTest::LogCapture& cap, const std::string& text)
-{
-    std::vector<ZnTest::CapturedEvent> found;
-    for (const ZnTest::CapturedEvent& event : cap.events())
-    {
-        if (event.message == text)
-        {
-            found.push_back(event);
-        }
-    }
-    return found;
-}
-
 /// Index of the first event with message \p text, or -1.
 int indexOf(const std::vector<ZnTest::CapturedEvent>& events, const std::string& text)
 {
@@ -190,13 +132,13 @@ TEST(ZnShutdownTest, ShutdownWithAnEmptyTableReturnsAfterOnePass)
     EXPECT_TRUE(ZnThread::sIsShuttingdown());
     EXPECT_TRUE(ZnThread::sIsShutdownCompleted());
     const auto events = cap.events();
-    EXPECT_EQ(1u, exactly(cap, "ENTER: ZnThread::sInitiateShutdown").size());
-    EXPECT_EQ(1u, exactly(cap, "EXIT: ZnThread::sInitiateShutdown").size());
-    EXPECT_EQ(1u, exactly(cap, "ENTER: ZnThread::sWaitUntilDone").size());
-    EXPECT_EQ(1u, exactly(cap, "EXIT: ZnThread::sWaitUntilDone").size());
+    EXPECT_EQ(1u, cap.findExactly("ENTER: ZnThread::sInitiateShutdown").size());
+    EXPECT_EQ(1u, cap.findExactly("EXIT: ZnThread::sInitiateShutdown").size());
+    EXPECT_EQ(1u, cap.findExactly("ENTER: ZnThread::sWaitUntilDone").size());
+    EXPECT_EQ(1u, cap.findExactly("EXIT: ZnThread::sWaitUntilDone").size());
     // Nothing to wait for: not one step of 100 ms.
     EXPECT_TRUE(cap.find("Waiting 100ms for ZnProcess.").empty());
-    const auto figures = exactly(cap, "threadNum=1");
+    const auto figures = cap.findExactly("threadNum=1");
     ASSERT_EQ(1u, figures.size());
     EXPECT_EQ(Tavoris::DEBUG_LOG_LEVEL, figures[0].level);
     EXPECT_EQ(kThreadLogger, figures[0].logger);
@@ -238,17 +180,18 @@ TEST(ZnShutdownTest, ShutdownTerminatesEveryThreadInTheTable)
     EXPECT_TRUE(tracker.await([](Tracker& t) { return t.destroyed == kThreads; }));
     EXPECT_TRUE(waitUntil([] { return ZnThread::getThreadNum() == 1; }));
     // Each was told once, while blocked, and after the flag was set: no early-exit warning.
-    EXPECT_EQ(static_cast<size_t>(kThreads), exactly(cap, "m_State=3").size());
+    EXPECT_EQ(static_cast<size_t>(kThreads), cap.findExactly("m_State=3").size());
     EXPECT_TRUE(cap.find("before shutdown was called").empty());
     // Each ending thread signalled the process.
     EXPECT_TRUE(waitUntil(
         [&]
         {
-            return exactly(cap, "EXIT: fs_bShutDown && this != ZnProcess::sm_pTheOneAndOnly")
+            return cap.findExactly("EXIT: fs_bShutDown && this != ZnProcess::sm_pTheOneAndOnly")
                        .size() == static_cast<size_t>(kThreads);
         }));
-    EXPECT_EQ(static_cast<size_t>(kThreads),
-              exactly(cap, "ENTER: fs_bShutDown && this != ZnProcess::sm_pTheOneAndOnly").size());
+    EXPECT_EQ(
+        static_cast<size_t>(kThreads),
+        cap.findExactly("ENTER: fs_bShutDown && this != ZnProcess::sm_pTheOneAndOnly").size());
     // The figure is read after the threads were told: some may be gone by then.
     const auto figures = cap.find("threadNum=");
     ASSERT_EQ(1u, figures.size());
@@ -274,7 +217,7 @@ TEST(ZnShutdownTest, ThreadMadeAfterShutdownTripsTheAssertion)
         EXPECT_EQ(ZnThread::STATE_DETACHED, late->getState());
         EXPECT_EQ(before + 1, ZnThread::getThreadNum());
     }
-    const auto reports = exactly(cap, "Assertion failed: !fs_bShutDown");
+    const auto reports = cap.findExactly("Assertion failed: !fs_bShutDown");
     ASSERT_EQ(1u, reports.size());
     EXPECT_EQ(kThreadLogger, reports[0].logger);
     EXPECT_EQ(Tavoris::ERROR_LOG_LEVEL, reports[0].level);
@@ -294,7 +237,7 @@ TEST(ZnShutdownTest, ShutdownWaitsInStepsForAThreadSlowToEnd)
     std::thread opener(
         [&]
         {
-            waitUntil([&] { return !exactly(cap, step).empty(); });
+            waitUntil([&] { return !cap.findExactly(step).empty(); });
             tracker.openGate();
         });
 
@@ -302,11 +245,11 @@ TEST(ZnShutdownTest, ShutdownWaitsInStepsForAThreadSlowToEnd)
     opener.join();
 
     EXPECT_TRUE(ZnThread::sIsShutdownCompleted());
-    const auto steps = exactly(cap, step);
+    const auto steps = cap.findExactly(step);
     ASSERT_GE(steps.size(), 1u);
     EXPECT_EQ(Tavoris::DEBUG_LOG_LEVEL, steps[0].level);
     EXPECT_EQ(kThreadLogger, steps[0].logger);
-    EXPECT_EQ(1u, exactly(cap, "threadNum=2").size());
+    EXPECT_EQ(1u, cap.findExactly("threadNum=2").size());
     tracker.read(
         [](Tracker& t)
         {
@@ -342,12 +285,12 @@ TEST(ZnShutdownTest, AsyncShutdownReturnsWhileAThreadRunsAndWaitUntilDoneWaits)
     // A second pass reaches the thread again.
     ZnThread::sAsyncShutdown();
     EXPECT_EQ(2, tracker.read([](Tracker& t) { return t.terminates; }));
-    EXPECT_EQ(1u, exactly(cap, "m_State=4").size());
+    EXPECT_EQ(1u, cap.findExactly("m_State=4").size());
 
     std::thread opener(
         [&]
         {
-            waitUntil([&] { return !exactly(cap, "ENTER: ZnThread::sWaitUntilDone").empty(); });
+            waitUntil([&] { return !cap.findExactly("ENTER: ZnThread::sWaitUntilDone").empty(); });
             tracker.openGate();
         });
     EXPECT_TRUE(ZnThread::sWaitUntilDone());
@@ -356,7 +299,7 @@ TEST(ZnShutdownTest, AsyncShutdownReturnsWhileAThreadRunsAndWaitUntilDoneWaits)
     EXPECT_TRUE(ZnThread::sIsShutdownCompleted());
     EXPECT_EQ(1, tracker.read([](Tracker& t) { return t.ended; }));
     EXPECT_FALSE(tracker.read([](Tracker& t) { return t.gateTimedOut; }));
-    EXPECT_EQ(1u, exactly(cap, "EXIT: ZnThread::sWaitUntilDone").size());
+    EXPECT_EQ(1u, cap.findExactly("EXIT: ZnThread::sWaitUntilDone").size());
     ASSERT_TRUE(waitUntil([&] { return thread->getRefCount() == 1; }));
     EXPECT_EQ(ZnThread::STATE_DETACHED, thread->getState());
 }

@@ -10,30 +10,15 @@
 #include <atomic>
 #include <chrono>
 #include <mutex>
-#include <thread>
 #include <vector>
+
+#include "support/WaitUntil.h"
 
 namespace
 {
 
 using Clock = std::chrono::steady_clock;
-
-constexpr std::chrono::seconds kBound(10);
-
-template <class Predicate>
-bool waitUntil(Predicate predicate, Clock::duration limit = kBound)
-{
-    const Clock::time_point deadline = Clock::now() + limit;
-    while (!predicate())
-    {
-        if (Clock::now() >= deadline)
-        {
-            return predicate();
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(500));
-    }
-    return true;
-}
+using ZnTest::waitUntil;
 
 /// The threads of the test, by number, as far as they are alive: a busy thread signals its
 /// neighbour through this, never through a thread object that is gone.

@@ -61,6 +61,21 @@ public:
         return found;
     }
 
+    /// Events whose message is exactly \p text.
+    std::vector<CapturedEvent> findExactly(const std::string& text) const
+    {
+        std::vector<CapturedEvent> found;
+        std::lock_guard<std::mutex> lock(m_mutex);
+        for (const CapturedEvent& event : m_events)
+        {
+            if (event.message == text)
+            {
+                found.push_back(event);
+            }
+        }
+        return found;
+    }
+
 protected:
     void append(const log4cplus::spi::InternalLoggingEvent& event) override
     {
@@ -103,6 +118,10 @@ public:
     std::vector<CapturedEvent> find(const std::string& text) const
     {
         return m_appender->find(text);
+    }
+    std::vector<CapturedEvent> findExactly(const std::string& text) const
+    {
+        return m_appender->findExactly(text);
     }
     void clear() { m_appender->clear(); }
 
