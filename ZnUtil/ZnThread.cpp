@@ -21,8 +21,10 @@
 
 #include <ace/Object_Manager.h>
 
+#include <chrono>
 #include <future>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include <pthread.h>
@@ -40,6 +42,13 @@ struct StartBlock
 };
 
 std::mutex s_tableCreation;
+
+/// Forked threads not yet out of their start function: a thread still runs library code (its
+/// exit lines, its own release) after it has left the table.
+std::atomic<int> s_threadsInEntry{0};
+
+/// True on a thread that the library started.
+thread_local bool t_inEntry = false;
 
 } // namespace
 
@@ -152,10 +161,12 @@ void ZnThread::fork()
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     pthread_t id;
+    s_threadsInEntry.fetch_add(1);
     int error = pthread_create(&id, &attributes, &ZnThread::sEntry, &start);
     pthread_attr_destroy(&attributes);
     if (error != 0)
     {
+        s_threadsInEntry.fetch_sub(1);
         Release(false);
         ZnSystemError::sThrow("CreateThread", error);
     }
@@ -171,8 +182,10 @@ void* ZnThread::sEntry(void* aStart)
     // main() reads the token: it is stored before main() starts, and before fork() returns.
     thread->m_token.store(token);
     start->token.set_value(token); // the start block is gone after this
+    t_inEntry = true;
     thread->main();
     thread->Release();
+    s_threadsInEntry.fetch_sub(1); // nothing of the library is touched after this
     return nullptr;
 }
 
@@ -453,11 +466,25 @@ bool ZnThread::sWaitUntilDone()
 {
     TAVORIS_TRACE_SCOPE(threadLogger(), "ZnThread::sWaitUntilDone");
     ZnProcess* process = ZnProcess::sGetCurrent();
-    while (!sIsShutdownCompleted())
+    for (;;)
     {
-        TAVORIS_LOG_DEBUG(threadLogger(), "Waiting 100ms for ZnProcess. Thread table size = "
-                                              << sGetThreadTableSize());
-        process->wait(100);
+        while (!sIsShutdownCompleted())
+        {
+            TAVORIS_LOG_DEBUG(threadLogger(), "Waiting 100ms for ZnProcess. Thread table size = "
+                                                  << sGetThreadTableSize());
+            process->wait(100);
+        }
+        // Threads that left the table are still on their last few steps; the process may end
+        // only after them, or its exit would take the objects they still touch. The caller, when
+        // it is a library thread itself, does not wait for itself.
+        const int self = t_inEntry ? 1 : 0;
+        while (s_threadsInEntry.load() > self && sGetThreadTableSize() == 0)
+        {
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        if (sGetThreadTableSize() == 0)
+        {
+            return true;
+        }
     }
-    return true;
 }

@@ -7,8 +7,10 @@ packages=(
     build-essential cmake ninja-build pkg-config clang
     libace-dev liblog4cplus-dev libssl-dev openssl
     libgtest-dev libgmock-dev libbenchmark-dev
+    sip-tester
 )
-# Extra packages a caller asks for (for example sip-tester for the interop tests).
+# sip-tester is SIPp (the command sipp), the SIP client of the interop tests of the responder.
+# Extra packages a caller asks for.
 packages+=("$@")
 
 missing=()
