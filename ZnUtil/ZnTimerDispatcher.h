@@ -5,6 +5,8 @@
 #include "ZnUtil/ZnDispatcherThread.h"
 
 class ZnEventQueue;
+template <class D>
+class ZnDispatcherInstance;
 
 /// Takes ZnTimerEvent objects from the monitor thread and gives each observer its notification
 /// on a worker of a pool of at most 10, so that a slow observer holds up no timer.
@@ -32,7 +34,7 @@ public:
 private:
     ZnTimerDispatcher();
 
-    static void sRelease(void* aDispatcher, void* aParam);
+    friend class ZnDispatcherInstance<ZnTimerDispatcher>;
 };
 
 #endif // ZNUTIL_ZNTIMERDISPATCHER_H

@@ -1,11 +1,10 @@
 #include "ZnUtil/ZnUDPIDispatcher.h"
 
+#include "ZnUtil/ZnDispatcherInstance.h"
 #include "ZnUtil/ZnUDPEvent.h"
 
 #include "tavoris/DefaultStaticMemAllocator.h"
 #include "tavoris/NoSizeMemAllocator.h"
-
-#include <ace/Object_Manager.h>
 
 #include <atomic>
 #include <mutex>
@@ -13,8 +12,7 @@
 namespace
 {
 
-std::atomic<ZnUDPIDispatcher*> s_instance{nullptr};
-std::mutex s_instanceCreation;
+ZnDispatcherInstance<ZnUDPIDispatcher> s_instance("ZnUDPIDispatcher");
 
 } // namespace
 
@@ -27,55 +25,12 @@ ZnUDPIDispatcher::~ZnUDPIDispatcher() = default;
 
 ZnUDPIDispatcher* ZnUDPIDispatcher::getInstance()
 {
-    ZnUDPIDispatcher* instance = s_instance.load();
-    if (instance != nullptr)
-    {
-        return instance;
-    }
-    // Every reading socket comes here: two of them meeting on the first datagram must not make
-    // two dispatchers.
-    std::lock_guard<std::mutex> guard(s_instanceCreation);
-    instance = s_instance.load();
-    if (instance == nullptr)
-    {
-        instance = new ZnUDPIDispatcher();
-        // One reference is kept until exit, so the queue stays valid for the shutdown walk.
-        instance->AddRef();
-        s_instance.store(instance);
-        try
-        {
-            instance->fork();
-        }
-        catch (...)
-        {
-            s_instance.store(nullptr);
-            // The pool's hold on its dispatcher would otherwise keep it alive for good.
-            instance->getThreadPool()->setSignalThread(ZnHandle<ZnThread>());
-            instance->Release();
-            throw;
-        }
-        ACE_Object_Manager::at_exit(instance, &ZnUDPIDispatcher::sRelease, nullptr,
-                                    "ZnUDPIDispatcher");
-    }
-    return instance;
-}
-
-void ZnUDPIDispatcher::sRelease(void* aDispatcher, void*)
-{
-    ZnUDPIDispatcher* dispatcher = static_cast<ZnUDPIDispatcher*>(aDispatcher);
-    // Released at exit only after a completed shutdown: before that, its thread or its pool's
-    // workers may still run.
-    if (dispatcher->getState() == STATE_DETACHED && sShuttingDown() && sGetThreadTableSize() == 0)
-    {
-        ZnUDPIDispatcher* self = dispatcher;
-        s_instance.compare_exchange_strong(self, nullptr);
-        dispatcher->Release();
-    }
+    return s_instance.getOrMake();
 }
 
 ZnEventQueue* ZnUDPIDispatcher::getUDPEventQueue()
 {
-    ZnUDPIDispatcher* instance = s_instance.load();
+    ZnUDPIDispatcher* instance = s_instance.get();
     return instance != nullptr ? instance->getEventQueue() : nullptr;
 }
 
@@ -89,8 +44,7 @@ void ZnUDPIDispatcher::process(ZnBaseEvent* aEvent)
 
 void ZnUDPIDispatcher::atExit()
 {
-    ZnUDPIDispatcher* self = this;
-    s_instance.compare_exchange_strong(self, nullptr);
+    s_instance.forget(this);
 }
 
 void* ZnUDPIDispatcher::operator new(size_t size)

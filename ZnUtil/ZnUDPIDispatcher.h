@@ -7,6 +7,8 @@
 #include <cstddef>
 
 class ZnEventQueue;
+template <class D>
+class ZnDispatcherInstance;
 
 /// Takes the ZnUDPEvent objects that ZnDatagramSocket::block() posts and has each socket notify
 /// its observer on a worker of a pool of at most 10, so that the thread reading the socket goes
@@ -47,7 +49,7 @@ public:
 private:
     ZnUDPIDispatcher();
 
-    static void sRelease(void* aDispatcher, void* aParam);
+    friend class ZnDispatcherInstance<ZnUDPIDispatcher>;
 };
 
 #endif // ZNUTIL_ZNUDPIDISPATCHER_H

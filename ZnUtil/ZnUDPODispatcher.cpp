@@ -2,13 +2,12 @@
 
 #include "ZnUtil/ZnDatagramPacket.h"
 #include "ZnUtil/ZnDatagramSocket.h"
+#include "ZnUtil/ZnDispatcherInstance.h"
 #include "ZnUtil/ZnInetAddress.h"
 #include "ZnUtil/ZnUDPEvent.h"
 
 #include "tavoris/DefaultStaticMemAllocator.h"
 #include "tavoris/NoSizeMemAllocator.h"
-
-#include <ace/Object_Manager.h>
 
 #include <atomic>
 #include <vector>
@@ -19,8 +18,7 @@ namespace
 /// The receive buffer of the socket the dispatcher makes for itself.
 const unsigned int kSocketBufferSize = 49152;
 
-std::atomic<ZnUDPODispatcher*> s_instance{nullptr};
-std::mutex s_instanceCreation;
+ZnDispatcherInstance<ZnUDPODispatcher> s_instance("ZnUDPODispatcher");
 
 std::mutex s_retiredMutex;
 /// Sockets let go by a dispatcher, each with the extra reference that keeps it alive. Never
@@ -41,53 +39,12 @@ ZnUDPODispatcher::~ZnUDPODispatcher()
 
 ZnUDPODispatcher* ZnUDPODispatcher::getInstance()
 {
-    ZnUDPODispatcher* instance = s_instance.load();
-    if (instance != nullptr)
-    {
-        return instance;
-    }
-    // Any thread may send first: two of them meeting there must not make two dispatchers.
-    std::lock_guard<std::mutex> guard(s_instanceCreation);
-    instance = s_instance.load();
-    if (instance == nullptr)
-    {
-        instance = new ZnUDPODispatcher();
-        // One reference is kept until exit, so the queue stays valid for the shutdown walk.
-        instance->AddRef();
-        s_instance.store(instance);
-        try
-        {
-            instance->fork();
-        }
-        catch (...)
-        {
-            s_instance.store(nullptr);
-            // The pool's hold on its dispatcher would otherwise keep it alive for good.
-            instance->getThreadPool()->setSignalThread(ZnHandle<ZnThread>());
-            instance->Release();
-            throw;
-        }
-        ACE_Object_Manager::at_exit(instance, &ZnUDPODispatcher::sRelease, nullptr,
-                                    "ZnUDPODispatcher");
-    }
-    return instance;
-}
-
-void ZnUDPODispatcher::sRelease(void* aDispatcher, void*)
-{
-    ZnUDPODispatcher* dispatcher = static_cast<ZnUDPODispatcher*>(aDispatcher);
-    // Released at exit only after a completed shutdown: before that, its thread may still run.
-    if (dispatcher->getState() == STATE_DETACHED && sShuttingDown() && sGetThreadTableSize() == 0)
-    {
-        ZnUDPODispatcher* self = dispatcher;
-        s_instance.compare_exchange_strong(self, nullptr);
-        dispatcher->Release();
-    }
+    return s_instance.getOrMake();
 }
 
 ZnEventQueue* ZnUDPODispatcher::getUDPEventQueue()
 {
-    ZnUDPODispatcher* instance = s_instance.load();
+    ZnUDPODispatcher* instance = s_instance.get();
     return instance != nullptr ? instance->getEventQueue() : nullptr;
 }
 
@@ -141,8 +98,7 @@ void ZnUDPODispatcher::process(ZnBaseEvent* aEvent)
 
 void ZnUDPODispatcher::atExit()
 {
-    ZnUDPODispatcher* self = this;
-    s_instance.compare_exchange_strong(self, nullptr);
+    s_instance.forget(this);
 }
 
 void* ZnUDPODispatcher::operator new(size_t size)

@@ -10,6 +10,8 @@
 
 class ZnDatagramSocket;
 class ZnEventQueue;
+template <class D>
+class ZnDispatcherInstance;
 
 /// Takes ZnUDPEvent objects carrying a ZnDatagramPacket from any thread and sends them, in the
 /// order of arrival, on its own thread through one socket: the one given by setDatagramSocket(),
@@ -62,7 +64,7 @@ public:
 private:
     ZnUDPODispatcher();
 
-    static void sRelease(void* aDispatcher, void* aParam);
+    friend class ZnDispatcherInstance<ZnUDPODispatcher>;
 
     /// Keeps \p aSocket alive for good.
     static void sRetire(ZnDatagramSocket* aSocket);

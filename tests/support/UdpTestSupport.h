@@ -13,6 +13,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/WaitUntil.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -35,31 +37,8 @@ extern char** environ;
 namespace ZnUdpTest
 {
 
-const std::chrono::seconds kLimit(10);
-
-/// Polls \p pred until it holds or \p limit has passed.
-/// \return the last answer of \p pred.
-template <class Pred>
-bool waitUntil(Pred pred, std::chrono::milliseconds limit = kLimit)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (int round = 0; !pred(); ++round)
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return pred();
-        }
-        if (round < 1000)
-        {
-            std::this_thread::yield();
-        }
-        else
-        {
-            std::this_thread::sleep_for(std::chrono::microseconds(100));
-        }
-    }
-    return true;
-}
+using ZnTest::kLimit;
+using ZnTest::waitUntil;
 
 /// 127.0.0.1.
 inline ZnInetAddress loopback()
