@@ -113,8 +113,9 @@ public:
         ZnHandle<ZnDatagramPacket> answer(
             new ZnDatagramPacket(ZnByteArray::sCreate(reply.c_str()), 0, 0, packet->getAddress(),
                                  packet->getPort(), ZnInetAddress(), 0));
-        ZnUDPODispatcher::getInstance()->addEvent(new ZnUDPEvent(nullptr, answer));
+        // Counted before the reply leaves: the client may read it before this worker goes on.
         ++m_answered;
+        ZnUDPODispatcher::getInstance()->addEvent(new ZnUDPEvent(nullptr, answer));
     }
 
     int answered() const { return m_answered.load(); }
