@@ -165,10 +165,17 @@ TEST(ZnTimerDispatcherTest, QueuedEventsReachTheirObserversOnWorkers)
     ASSERT_TRUE(observer->waitForCount(arguments.size()));
     std::vector<Notification> got = observer->notifications();
     ASSERT_EQ(arguments.size(), got.size());
+    int onWorkers = 0;
     for (const Notification& notification : got)
     {
         EXPECT_EQ(nullptr, notification.source);
-        EXPECT_NE(static_cast<ZnThread*>(instance), notification.thread);
+        // When all ten workers are busy the dispatcher runs the notification itself; otherwise
+        // a worker does.
+        if (notification.thread != static_cast<ZnThread*>(instance))
+        {
+            EXPECT_NE(nullptr, dynamic_cast<ZnWorkerThread*>(notification.thread));
+            ++onWorkers;
+        }
         int found = 0;
         for (const ZnHandle<ZnObject>& argument : arguments)
         {
@@ -177,6 +184,7 @@ TEST(ZnTimerDispatcherTest, QueuedEventsReachTheirObserversOnWorkers)
         }
         EXPECT_EQ(1, found);
     }
+    EXPECT_GE(onWorkers, 1);
     EXPECT_LE(instance->getThreadPool()->getThreadCount(), 10U);
 }
 
