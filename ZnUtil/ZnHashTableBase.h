@@ -146,6 +146,19 @@ protected:
     /// Gives back every lock, in ascending order.
     void unlockAll() const;
 
+    /// Holds every lock of a table for the length of a scope, however the scope ends.
+    class AllLocks
+    {
+    public:
+        explicit AllLocks(const ZnHashTableBase& table) : m_table(table) { m_table.lockAll(); }
+        ~AllLocks() { m_table.unlockAll(); }
+        AllLocks(const AllLocks&) = delete;
+        AllLocks& operator=(const AllLocks&) = delete;
+
+    private:
+        const ZnHashTableBase& m_table;
+    };
+
 private:
     static char* sItemOf(Node* node) { return reinterpret_cast<char*>(node) + sizeof(Node); }
     static Node* sNodeOf(void* item)

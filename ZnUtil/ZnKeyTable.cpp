@@ -176,17 +176,8 @@ bool ZnKeyTable::contains(ZnObject*) const
 
 void ZnKeyTable::clear()
 {
-    lockAll();
-    try
-    {
-        mClear();
-    }
-    catch (...)
-    {
-        unlockAll();
-        throw;
-    }
-    unlockAll();
+    AllLocks locks(*this);
+    mClear();
 }
 
 void ZnKeyTable::mClear()

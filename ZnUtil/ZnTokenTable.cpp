@@ -131,40 +131,22 @@ bool ZnTokenTable::contains(ZnObject*) const
 
 void ZnTokenTable::clear()
 {
-    lockAll();
-    try
-    {
-        mClear();
-    }
-    catch (...)
-    {
-        unlockAll();
-        throw;
-    }
-    unlockAll();
+    AllLocks locks(*this);
+    mClear();
 }
 
 void ZnTokenTable::collectElements(std::vector<ZnHandle<ZnObject>>& out) const
 {
-    lockAll();
-    try
+    AllLocks locks(*this);
+    ZnHashTableBase::Iterator items(const_cast<ZnTokenTable&>(*this));
+    while (void* item = items.next())
     {
-        ZnHashTableBase::Iterator items(const_cast<ZnTokenTable&>(*this));
-        while (void* item = items.next())
+        ZnObject* value = static_cast<Entry*>(item)->value;
+        if (value != nullptr)
         {
-            ZnObject* value = static_cast<Entry*>(item)->value;
-            if (value != nullptr)
-            {
-                out.push_back(ZnHandle<ZnObject>(value));
-            }
+            out.push_back(ZnHandle<ZnObject>(value));
         }
     }
-    catch (...)
-    {
-        unlockAll();
-        throw;
-    }
-    unlockAll();
 }
 
 void ZnTokenTable::mClear()

@@ -359,7 +359,7 @@ bool parseVia(const std::string& text, Via& via, std::string& problem)
 }
 
 /// Where the header parameters of a From or To value begin: after the closing '>' of a name-addr,
-/// or at the first ';' of an addr-spec.
+/// or at the first ';' of a bare address.
 /// \return false when the address is not closed or something else follows it.
 bool findHeaderParameters(const std::string& value, std::string& parameters, bool& hasParameters)
 {
